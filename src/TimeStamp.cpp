@@ -1,0 +1,140 @@
+#include "TimeStamp.h"
+
+#include <sys/time.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace Kelvik {
+namespace {
+
+constexpr int kLongestTimeText = 7 * 5 + 6;  // seven fields of five digits, six marks between them
+constexpr int kMillisecondDigits = 3;
+
+// A second as the thread last converted it. All zero: nothing converted yet.
+struct tagSecondText {
+  int64_t m_Second;
+  tagAbsoluteTime m_Time;       // milliseconds 0
+  int m_HeadLength;             // bytes of m_Text up to and including the '.'; 0: nothing is stored
+  char m_Text[kDateTimeBytes];  // with the milliseconds "000", terminated
+};
+
+thread_local tagSecondText t_SecondText;
+
+// Writes value (at most five digits) with at least width digits; returns the end of what it wrote.
+char* PutPadded(char* out, unsigned value, int width) {
+  char digits[5];
+  int count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0 && count < 5);
+  for (int filled = count; filled < width; ++filled)
+    *out++ = '0';
+  while (count > 0)
+    *out++ = digits[--count];
+  return out;
+}
+
+// Returns the length of the text, which is not terminated.
+int PutTime(char (&text)[kLongestTimeText], const tagAbsoluteTime& time) {
+  char* out = PutPadded(text, time.m_Year, 4);
+  *out++ = '-';
+  out = PutPadded(out, time.m_Month, 2);
+  *out++ = '-';
+  out = PutPadded(out, time.m_Day, 2);
+  *out++ = ' ';
+  out = PutPadded(out, time.m_Hour, 2);
+  *out++ = ':';
+  out = PutPadded(out, time.m_Minute, 2);
+  *out++ = ':';
+  out = PutPadded(out, time.m_Second, 2);
+  *out++ = '.';
+  out = PutPadded(out, time.m_Millisecond, kMillisecondDigits);
+  return static_cast<int>(out - text);
+}
+
+tagAbsoluteTime FromBrokenDown(const struct tm& local) {
+  tagAbsoluteTime time = {};
+  // Added unsigned: the last years that a 64-bit time can have do not fit an int any more.
+  time.m_Year = static_cast<uint16_t>(static_cast<unsigned>(local.tm_year) + 1900U);
+  time.m_Month = static_cast<uint16_t>(local.tm_mon + 1);
+  time.m_Day = static_cast<uint16_t>(local.tm_mday);
+  time.m_Hour = static_cast<uint16_t>(local.tm_hour);
+  time.m_Minute = static_cast<uint16_t>(local.tm_min);
+  time.m_Second = static_cast<uint16_t>(local.tm_sec);
+  return time;
+}
+
+// Fills the cache for a second. A second that cannot be converted is not kept.
+bool ConvertSecond(tagSecondText& cache, time_t second) {
+  cache.m_HeadLength = 0;
+  tzset();  // localtime_r alone need not notice a changed TZ
+  struct tm local;
+  if (localtime_r(&second, &local) == nullptr) return false;
+  cache.m_Time = FromBrokenDown(local);
+  const int length = FormatTime(cache.m_Time, cache.m_Text, kDateTimeBytes);
+  cache.m_Second = second;
+  cache.m_HeadLength = std::min(length, kDateTimeBytes - 1) - kMillisecondDigits;
+  return true;
+}
+
+void TakeZeroTime(tagTimeStamp& stamp, int64_t seconds) {
+  stamp.m_Time = tagAbsoluteTime{};
+  stamp.m_Seconds = seconds;
+  stamp.m_TextLength = FormatTime(stamp.m_Time, stamp.m_Text, kDateTimeBytes);
+}
+
+}  // namespace
+
+bool TakeTimeStamp(tagTimeStamp& stamp) {
+  timeval now = {};
+  if (gettimeofday(&now, nullptr) != 0) {
+    TakeZeroTime(stamp, 0);
+    return false;
+  }
+  tagSecondText& cache = t_SecondText;
+  if (cache.m_Second != now.tv_sec || cache.m_HeadLength == 0) {
+    if (!ConvertSecond(cache, now.tv_sec)) {
+      TakeZeroTime(stamp, now.tv_sec);
+      return false;
+    }
+  }
+  const unsigned millisecond = static_cast<unsigned>(now.tv_usec) / 1000U;
+  stamp.m_Time = cache.m_Time;
+  stamp.m_Time.m_Millisecond = static_cast<uint16_t>(millisecond);
+  stamp.m_Seconds = now.tv_sec;
+  stamp.m_TextLength = cache.m_HeadLength + kMillisecondDigits;
+  memcpy(stamp.m_Text, cache.m_Text, kDateTimeBytes);
+  char* const digits = stamp.m_Text + cache.m_HeadLength;
+  digits[0] = static_cast<char>('0' + millisecond / 100U % 10U);
+  digits[1] = static_cast<char>('0' + millisecond / 10U % 10U);
+  digits[2] = static_cast<char>('0' + millisecond % 10U);
+  return true;
+}
+
+int FormatTime(const tagAbsoluteTime& time, char* text, int size) {
+  char whole[kLongestTimeText];
+  const int length = PutTime(whole, time);
+  if (size > 0) {
+    const int stored = std::min(length, size - 1);
+    memcpy(text, whole, static_cast<size_t>(stored));
+    text[stored] = '\0';
+  }
+  return length;
+}
+
+uint32_t WallMilliseconds() {
+  timeval now = {};
+  gettimeofday(&now, nullptr);
+  return static_cast<uint32_t>(now.tv_sec) * 1000U + static_cast<uint32_t>(now.tv_usec) / 1000U;
+}
+
+int32_t WallSeconds() {
+  timeval now = {};
+  gettimeofday(&now, nullptr);
+  return static_cast<int32_t>(static_cast<uint32_t>(now.tv_sec));
+}
+
+}  // namespace Kelvik
