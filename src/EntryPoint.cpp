@@ -1,0 +1,175 @@
+#include "EntryPoint.h"
+
+#include <cstdint>
+
+#include "Console.h"
+#include "ModuleState.h"
+#include "Output.h"
+#include "SelfReport.h"
+
+namespace Kelvik {
+
+namespace {
+
+bool IsEmpty(const char* text) {
+  return text == nullptr || *text == '\0';
+}
+
+// Levels are 1 to 5; the one unsigned comparison also refuses 0 and negative values.
+bool IsLevel(eLogLevel level) {
+  constexpr unsigned kLevels = 5;
+  return static_cast<unsigned>(level) - 1u < kLevels;
+}
+
+int RejectLevel(const tagShell& shell, eLogLevel level) {
+  ReportNumber(shell.m_Source, shell.m_Function, shell.m_Line, "level invalid",
+               static_cast<int>(level));
+  return eResultInvalid;
+}
+
+int Reject(const tagShell& shell, const char* message) {
+  ReportMessage(shell.m_Source, shell.m_Function, shell.m_Line, message);
+  return eResultInvalid;
+}
+
+COutput& Output() {
+  return CGlobal::Instance()->GetOutput();
+}
+
+CModuleState& ModuleState() {
+  return CGlobal::Instance()->GetModuleState();
+}
+
+CConsole& Console() {
+  return CGlobal::Instance()->GetConsole();
+}
+
+}  // namespace
+
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const char* format, va_list list) {
+  tagArguments arguments(list);
+  return Guarded([&]() -> int {
+    if (format == nullptr) return eResultInvalid;
+    if (!IsLevel(level)) return RejectLevel(shell, level);
+    return Output().Log(level, module, title, format, arguments);
+  });
+}
+
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const tagSourcePlace& place, const char* format, va_list list) {
+  tagArguments arguments(list);
+  return Guarded([&]() -> int {
+    if (format == nullptr) return eResultInvalid;
+    if (!IsLevel(level)) return RejectLevel(shell, level);
+    return Output().Log(level, module, title, place.m_File, place.m_Function, place.m_Line, format,
+                        arguments);
+  });
+}
+
+int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+              const char* data, int length) {
+  return Guarded([&]() -> int {
+    if (data == nullptr || length < 1) return eResultInvalid;
+    if (!IsLevel(level)) return RejectLevel(shell, level);
+    return Output().Logs(level, module, title, data, length);
+  });
+}
+
+int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+              const tagSourcePlace& place, const char* data, int length) {
+  return Guarded([&]() -> int {
+    if (data == nullptr || length < 1) return eResultInvalid;
+    if (!IsLevel(level)) return RejectLevel(shell, level);
+    return Output().Logs(level, module, title, place.m_File, place.m_Function, place.m_Line, data,
+                         length);
+  });
+}
+
+int EntryStateRegister(const char* module, const char* title, KelvikStateCallback callback,
+                       void* context) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(module) || IsEmpty(title) || callback == nullptr) return eResultInvalid;
+    return ModuleState().Register(module, title, callback, context);
+  });
+}
+
+int EntrySetParamRegister(const char* module, const char* title, KelvikParamCallback callback,
+                          void* context) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(module) || IsEmpty(title) || callback == nullptr) return eResultInvalid;
+    return ModuleState().SetParamRegister(module, title, callback, context);
+  });
+}
+
+int EntryStateUnregister(const char* module, const char* title) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(module) || IsEmpty(title)) return eResultInvalid;
+    return ModuleState().Unregister(module, title);
+  });
+}
+
+int EntrySetParamUnregister(const char* module, const char* title) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(module) || IsEmpty(title)) return eResultInvalid;
+    return ModuleState().SetParamUnregister(module, title);
+  });
+}
+
+int EntryRegisterModule(const tagShell& shell, const char* module, const char* version) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(module)) return Reject(shell, "module invalid");
+    // That the module is there already is no failure; that memory ran out is one.
+    const int inserted = CGlobal::Instance()->InsertModuleName(module, version);
+    return inserted == eResultFailure ? eResultFailure : eResultSuccess;
+  });
+}
+
+int EntryUnregisterModule(const tagShell& shell, const char* module) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(module)) return Reject(shell, "module invalid");
+    CGlobal::Instance()->PopModuleName(module);
+    return eResultSuccess;
+  });
+}
+
+int EntryInitialize() {
+  return Guarded([]() -> int {
+    CGlobal::Instance()->ConfigFileInitialize();
+    return eResultSuccess;
+  });
+}
+
+int EntrySetConfigFilePath(const tagShell& shell, const char* path) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(path)) return Reject(shell, "path invalid");
+    CGlobal::Instance()->SetConfigFilePath(path);
+    return eResultSuccess;
+  });
+}
+
+int EntrySetLogFilePath(const tagShell& shell, const char* path) {
+  return Guarded([&]() -> int {
+    if (IsEmpty(path)) return Reject(shell, "path invalid");
+    CGlobal::Instance()->SetLogFilePath(path);
+    return eResultSuccess;
+  });
+}
+
+int EntryWriteBuffer() {
+  return Guarded([]() -> int { return Output().WriteBuffer2File(); });
+}
+
+int EntryClearFileInfo() {
+  return Guarded([]() -> int { return Output().ClearFileInfo(); });
+}
+
+int EntryConsoleCreate(const char* address, unsigned int port) {
+  return Guarded([&]() -> int { return Console().Create(address, static_cast<uint16_t>(port)); });
+}
+
+int EntryConsoleDestroy() {
+  return Guarded([]() -> int { return Console().Destroy(); });
+}
+
+}  // namespace Kelvik

@@ -1,0 +1,75 @@
+// The bodies behind the exported functions, one for both families. What a family says in its
+// reports of bad arguments comes in as data. The exported functions themselves are never called
+// from inside the library: a program may have functions of the same names.
+
+#ifndef KELVIK_ENTRYPOINT_H_
+#define KELVIK_ENTRYPOINT_H_
+
+#include <cstdarg>
+#include <exception>
+
+#include "Global.h"
+#include "Kelvik.h"
+
+namespace Kelvik {
+
+// What the report of a function's bad argument carries.
+struct tagShell {
+  const char* m_Source;    // source-file name
+  const char* m_Function;  // exported name
+  int m_Line;              // line number
+};
+
+// Where in the application's source a record was made. Null texts and -1 are left out.
+struct tagSourcePlace {
+  const char* m_File;
+  const char* m_Function;
+  int m_Line;
+};
+
+// Runs body, which returns a result code, for an exported function: not at all once the context
+// has ended, and without letting an exception out into C. Only std::exception is held back: the
+// unwinding of a cancelled thread must go on.
+template <class tBody>
+int Guarded(tBody body) {
+  if (CGlobal::IsEnded()) return eResultFailure;
+  try {
+    return body();
+  } catch (const std::exception&) {
+    return eResultFailure;
+  }
+}
+
+// KLog and KLogV1. The caller ends arguments with va_end.
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const char* format, va_list arguments);
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const tagSourcePlace& place, const char* format, va_list arguments);
+
+// KLogs and KLogsV1.
+int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+              const char* data, int length);
+int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+              const tagSourcePlace& place, const char* data, int length);
+
+int EntryStateRegister(const char* module, const char* title, KelvikStateCallback callback,
+                       void* context);
+int EntrySetParamRegister(const char* module, const char* title, KelvikParamCallback callback,
+                          void* context);
+int EntryStateUnregister(const char* module, const char* title);
+int EntrySetParamUnregister(const char* module, const char* title);
+
+int EntryRegisterModule(const tagShell& shell, const char* module, const char* version);
+int EntryUnregisterModule(const tagShell& shell, const char* module);
+
+int EntryInitialize();
+int EntrySetConfigFilePath(const tagShell& shell, const char* path);
+int EntrySetLogFilePath(const tagShell& shell, const char* path);
+int EntryWriteBuffer();
+int EntryClearFileInfo();
+int EntryConsoleCreate(const char* address, unsigned int port);
+int EntryConsoleDestroy();
+
+}  // namespace Kelvik
+
+#endif  // KELVIK_ENTRYPOINT_H_

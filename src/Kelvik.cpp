@@ -1,0 +1,117 @@
+// The plain family. Only names, line numbers and va_list handling: the bodies are EntryPoint.cpp
+// and AttributeRequest.cpp. The line numbers are part of the messages, whatever stands on the
+// lines of this file.
+
+#include "Kelvik.h"
+
+#include <cstdarg>
+
+#include "AttributeRequest.h"
+#include "EntryPoint.h"
+
+using Kelvik::tagShell;
+
+namespace {
+
+constexpr char kSource[] = "Kelvik";
+
+constexpr tagShell kLogShell = {kSource, "KLog", 47};
+constexpr tagShell kLogV1Shell = {kSource, "KLogV1", 70};
+constexpr tagShell kLogsShell = {kSource, "KLogs", 111};
+constexpr tagShell kLogsV1Shell = {kSource, "KLogsV1", 126};
+constexpr tagShell kRegisterModuleShell = {kSource, "registerModule", 518};
+constexpr tagShell kUnregisterModuleShell = {kSource, "UnregisterModule", 531};
+constexpr tagShell kSetConfigFilePathShell = {kSource, "SetConfigFilePath", 552};
+constexpr tagShell kSetLogFilePathShell = {kSource, "SetLogFilePath", 565};
+
+}  // namespace
+
+int KLog(eLogLevel level, const char* module, const char* title, const char* format, ...) {
+  va_list list;
+  va_start(list, format);
+  const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
+  va_end(list);
+  return result;
+}
+
+int KLogV1(eLogLevel level, const char* module, const char* title, const char* file,
+           const char* func, int line, const char* format, ...) {
+  va_list list;
+  va_start(list, format);
+  const int result =
+      Kelvik::EntryLog(kLogV1Shell, level, module, title, {file, func, line}, format, list);
+  va_end(list);
+  return result;
+}
+
+int KLogs(eLogLevel level, const char* module, const char* title, const char* data, int length) {
+  return Kelvik::EntryLogs(kLogsShell, level, module, title, data, length);
+}
+
+int KLogsV1(eLogLevel level, const char* module, const char* title, const char* file,
+            const char* func, int line, const char* data, int length) {
+  return Kelvik::EntryLogs(kLogsV1Shell, level, module, title, {file, func, line}, data, length);
+}
+
+int ModuleStateRegister(const char* module, const char* title, KelvikStateCallback callback,
+                        void* context) {
+  return Kelvik::EntryStateRegister(module, title, callback, context);
+}
+
+int ModuleSetParamRegister(const char* module, const char* title, KelvikParamCallback callback,
+                           void* context) {
+  return Kelvik::EntrySetParamRegister(module, title, callback, context);
+}
+
+int ModuleStateUnregister(const char* module, const char* title) {
+  return Kelvik::EntryStateUnregister(module, title);
+}
+
+int ModuleSetParamUnregister(const char* module, const char* title) {
+  return Kelvik::EntrySetParamUnregister(module, title);
+}
+
+int SetAttributeByModule(int kind, int option, const void* value, int length, const char* module) {
+  return Kelvik::RequestAttributeByModule(Kelvik::kPlainRequestShell, kind, option, value, length,
+                                          module);
+}
+
+int SetAttribute(int kind, int option, const void* value, int length) {
+  return Kelvik::RequestAttribute(Kelvik::kPlainRequestShell, kind, option, value, length);
+}
+
+int registerModule(const char* module, const char* version) {
+  return Kelvik::EntryRegisterModule(kRegisterModuleShell, module, version);
+}
+
+int UnregisterModule(const char* module) {
+  return Kelvik::EntryUnregisterModule(kUnregisterModuleShell, module);
+}
+
+int Initialize(void) {
+  return Kelvik::EntryInitialize();
+}
+
+int SetConfigFilePath(const char* path) {
+  return Kelvik::EntrySetConfigFilePath(kSetConfigFilePathShell, path);
+}
+
+int SetLogFilePath(const char* path) {
+  return Kelvik::EntrySetLogFilePath(kSetLogFilePathShell, path);
+}
+
+int WriteBufferContent2File(void) {
+  return Kelvik::EntryWriteBuffer();
+}
+
+int ClearFileInfo(void) {
+  return Kelvik::EntryClearFileInfo();
+}
+
+int NetworkConsoleCreate(const char* address, unsigned int port) {
+  return Kelvik::EntryConsoleCreate(address, port);
+}
+
+int NetworkConsoleDestroy(void) {
+  return Kelvik::EntryConsoleDestroy();
+}

@@ -1,0 +1,121 @@
+// The prefixed family. Only names, line numbers and va_list handling: the bodies are
+// EntryPoint.cpp and AttributeRequest.cpp. The line numbers are part of the messages, whatever
+// stands on the lines of this file. Nothing here may need Kelvik.cpp: a program that links the
+// static library may have functions with the plain names.
+
+#define KELVIK_NO_PLAIN_NAMES
+#include "Kelvik.h"
+
+#include <cstdarg>
+
+#include "AttributeRequest.h"
+#include "EntryPoint.h"
+
+using Kelvik::tagShell;
+
+namespace {
+
+constexpr char kSource[] = "KelvikForC";
+
+constexpr tagShell kLogShell = {kSource, "Kelvik_KLog", 45};
+constexpr tagShell kLogV1Shell = {kSource, "Kelvik_KLogV1", 68};
+constexpr tagShell kLogsShell = {kSource, "Kelvik_KLogs", 109};
+constexpr tagShell kLogsV1Shell = {kSource, "Kelvik_KLogsV1", 124};
+constexpr tagShell kRegisterModuleShell = {kSource, "Kelvik_RegisterModule", 509};
+constexpr tagShell kUnregisterModuleShell = {kSource, "Kelvik_UnregisterModule", 522};
+constexpr tagShell kSetConfigFilePathShell = {kSource, "Kelvik_SetConfigFilePath", 543};
+constexpr tagShell kSetLogFilePathShell = {kSource, "Kelvik_SetLogFilePath", 556};
+
+}  // namespace
+
+int Kelvik_KLog(eLogLevel level, const char* module, const char* title, const char* format, ...) {
+  va_list list;
+  va_start(list, format);
+  const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
+  va_end(list);
+  return result;
+}
+
+int Kelvik_KLogV1(eLogLevel level, const char* module, const char* title, const char* file,
+                  const char* func, int line, const char* format, ...) {
+  va_list list;
+  va_start(list, format);
+  const int result =
+      Kelvik::EntryLog(kLogV1Shell, level, module, title, {file, func, line}, format, list);
+  va_end(list);
+  return result;
+}
+
+int Kelvik_KLogs(eLogLevel level, const char* module, const char* title, const char* data,
+                 int length) {
+  return Kelvik::EntryLogs(kLogsShell, level, module, title, data, length);
+}
+
+int Kelvik_KLogsV1(eLogLevel level, const char* module, const char* title, const char* file,
+                   const char* func, int line, const char* data, int length) {
+  return Kelvik::EntryLogs(kLogsV1Shell, level, module, title, {file, func, line}, data, length);
+}
+
+int Kelvik_ModuleStateRegister(const char* module, const char* title, KelvikStateCallback callback,
+                               void* context) {
+  return Kelvik::EntryStateRegister(module, title, callback, context);
+}
+
+int Kelvik_ModuleSetParamRegister(const char* module, const char* title,
+                                  KelvikParamCallback callback, void* context) {
+  return Kelvik::EntrySetParamRegister(module, title, callback, context);
+}
+
+int Kelvik_ModuleStateUnregister(const char* module, const char* title) {
+  return Kelvik::EntryStateUnregister(module, title);
+}
+
+int Kelvik_ModuleSetParamUnregister(const char* module, const char* title) {
+  return Kelvik::EntrySetParamUnregister(module, title);
+}
+
+int Kelvik_SetAttributeByModule(int kind, int option, const void* value, int length,
+                                const char* module) {
+  return Kelvik::RequestAttributeByModule(Kelvik::kPrefixedRequestShell, kind, option, value,
+                                          length, module);
+}
+
+int Kelvik_SetAttribute(int kind, int option, const void* value, int length) {
+  return Kelvik::RequestAttribute(Kelvik::kPrefixedRequestShell, kind, option, value, length);
+}
+
+int Kelvik_RegisterModule(const char* module, const char* version) {
+  return Kelvik::EntryRegisterModule(kRegisterModuleShell, module, version);
+}
+
+int Kelvik_UnregisterModule(const char* module) {
+  return Kelvik::EntryUnregisterModule(kUnregisterModuleShell, module);
+}
+
+int Kelvik_Initialize(void) {
+  return Kelvik::EntryInitialize();
+}
+
+int Kelvik_SetConfigFilePath(const char* path) {
+  return Kelvik::EntrySetConfigFilePath(kSetConfigFilePathShell, path);
+}
+
+int Kelvik_SetLogFilePath(const char* path) {
+  return Kelvik::EntrySetLogFilePath(kSetLogFilePathShell, path);
+}
+
+int Kelvik_WriteBufferContent2File(void) {
+  return Kelvik::EntryWriteBuffer();
+}
+
+int Kelvik_ClearFileInfo(void) {
+  return Kelvik::EntryClearFileInfo();
+}
+
+int Kelvik_NetworkConsoleCreate(const char* address, unsigned int port) {
+  return Kelvik::EntryConsoleCreate(address, port);
+}
+
+int Kelvik_NetworkConsoleDestroy(void) {
+  return Kelvik::EntryConsoleDestroy();
+}
