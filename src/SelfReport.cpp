@@ -1,0 +1,112 @@
+#include "SelfReport.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+
+#include "Global.h"
+#include "Kelvik.h"
+#include "Output.h"
+
+namespace Kelvik {
+namespace {
+
+constexpr size_t kErrorTextBytes = 128;
+
+struct tagReportState {
+  bool m_Reporting;
+  bool m_MayUseFile;
+};
+
+thread_local tagReportState t_Report = {false, true};
+
+// Marks the calling thread as reporting for a scope and keeps its errno.
+class CReport {
+ public:
+  explicit CReport(eReportSink sink) : m_Errno(errno), m_Allowed(!t_Report.m_Reporting) {
+    if (m_Allowed) t_Report = {true, sink == eReportSink::kAll};
+  }
+  CReport(const CReport&) = delete;
+  CReport& operator=(const CReport&) = delete;
+  ~CReport() {
+    if (m_Allowed) t_Report = {false, true};
+    errno = m_Errno;
+  }
+
+  // False when the thread makes another report already: this one is left out.
+  bool IsAllowed() const { return m_Allowed; }
+
+ private:
+  const int m_Errno;
+  const bool m_Allowed;
+};
+
+COutput& Output() {
+  return CGlobal::Instance()->GetOutput();
+}
+
+// strerror_r comes in two forms: one returns the text, the other a code and fills the buffer.
+[[maybe_unused]] const char* ErrorTextOf(const char* text, const char*) {
+  return text;
+}
+
+[[maybe_unused]] const char* ErrorTextOf(int code, const char* buffer) {
+  return code == 0 ? buffer : "Unknown error";
+}
+
+// The text of an errno value; buffer holds kErrorTextBytes and outlives the result.
+const char* ErrorText(int error, char* buffer) {
+  buffer[0] = '\0';
+  return ErrorTextOf(strerror_r(error, buffer, kErrorTextBytes), buffer);
+}
+
+}  // namespace
+
+void ReportMessage(const char* source, const char* function, int line, const char* message) {
+  CReport report(eReportSink::kAll);
+  if (!report.IsAllowed()) return;
+  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d %s\n", source, function, line,
+               message);
+}
+
+void ReportNumber(const char* source, const char* function, int line, const char* message,
+                  int number) {
+  CReport report(eReportSink::kAll);
+  if (!report.IsAllowed()) return;
+  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d %s : %d\n", source, function, line,
+               message, number);
+}
+
+void ReportSystemError(const char* source, const char* function, int line, int error) {
+  CReport report(eReportSink::kAll);
+  if (!report.IsAllowed()) return;
+  char buffer[kErrorTextBytes];
+  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d Failed syserr:%d %s\n", source,
+               function, line, error, ErrorText(error, buffer));
+}
+
+void ReportSocketError(const char* source, const char* function, int line, int descriptor,
+                       int error) {
+  CReport report(eReportSink::kAll);
+  if (!report.IsAllowed()) return;
+  char buffer[kErrorTextBytes];
+  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d Failed:%d syserr:%d %s\n", source,
+               function, line, descriptor, error, ErrorText(error, buffer));
+}
+
+void ReportFileFailure(const char* function, int line) {
+  CReport report(eReportSink::kNoFile);
+  if (!report.IsAllowed()) return;
+  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d %s\n", "Output", function, line,
+               "Attempt to write to the file failed for more than 1 second");
+}
+
+bool IsReporting() {
+  return t_Report.m_Reporting;
+}
+
+bool ReportMayUseFile() {
+  return t_Report.m_MayUseFile;
+}
+
+}  // namespace Kelvik
