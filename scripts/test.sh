@@ -1,0 +1,153 @@
+#!/bin/sh
+# Builds and runs everything that has to hold, from clean build folders.
+#   sh scripts/test.sh                  all stages
+#   sh scripts/test.sh release asan     some: release clang asan tsan mipsel coverage dev fuzz demo
+#                                       format
+# Installs what is missing with apt-get. Environment:
+#   KELVIK_ROUNDS        rounds of the long loops (20)
+#   KELVIK_FUZZ_SECONDS  for each fuzz target (10)
+#   KELVIK_KEEP          set: build on in the existing folders
+#   KELVIK_TIME_FACTOR   set: instead of the presets' factor for time limits
+# Exit code 0 only when nothing failed. A stage whose tools cannot be had is SKIPPED, and said so.
+set -u
+cd "$(dirname "$0")/.." || exit 1
+. scripts/lib.sh
+export KELVIK_ROUNDS="${KELVIK_ROUNDS:-20}"
+fuzz_seconds=${KELVIK_FUZZ_SECONDS:-10}
+stages=${*:-format release asan tsan mipsel fuzz demo}
+
+passed=0
+failed=0
+skipped=
+summary=
+
+skip() {
+  echo "SKIPPED: stage $1 did not run: $2"
+  skipped="$skipped $1"
+  summary="$summary$1: SKIPPED
+"
+}
+
+fail() {
+  failed=$((failed + 1))
+  summary="$summary$1: FAILED ($2)
+"
+}
+
+# What the cases themselves passed over must not look like passed.
+show_skipped_cases() {
+  sed -n 's/^\[  SKIPPED \] \([A-Za-z0-9_./]*\).*/SKIPPED case in '"$1"': \1/p' \
+    "build/$1/Testing/Temporary/LastTest.log" 2>/dev/null | sort -u
+}
+
+# Builds a preset and runs its tests; adds ctest's closing figures to ours.
+suite() {
+  set -- "$1" ${KELVIK_TIME_FACTOR:+"-DKELVIK_TIME_FACTOR=$KELVIK_TIME_FACTOR"}
+  if ! configure_and_build "$@"; then
+    fail "$1" "it does not build"
+    return
+  fi
+  ctest --preset "$1" -j "$kelvik_cores" > "build/$1/ctest.log" 2>&1
+  result=$?
+  cat "build/$1/ctest.log"
+  show_skipped_cases "$1"
+  figures=$(sed -n 's/^[0-9]*% tests passed, \([0-9]*\) tests failed out of \([0-9]*\).*/\1 \2/p' \
+    "build/$1/ctest.log")
+  bad=${figures% *}
+  all=${figures#* }
+  if [ -z "$figures" ] || [ "$all" = 0 ] || { [ "$result" != 0 ] && [ "$bad" = 0 ]; }; then
+    fail "$1" "ctest ended with $result without a test's result"
+    return
+  fi
+  passed=$((passed + all - bad))
+  failed=$((failed + bad))
+  summary="$summary$1: $((all - bad)) passed, $bad failed
+"
+}
+
+suite_with() {
+  stage=$1
+  shift
+  # shellcheck disable=SC2086
+  if need_packages "$@"; then suite "$stage"; else skip "$stage" "packages are missing"; fi
+}
+
+fuzz() {
+  # shellcheck disable=SC2086
+  if ! need_packages $kelvik_clang_packages; then
+    skip fuzz "packages are missing"
+  elif ! configure_and_build fuzz; then
+    fail fuzz "it does not build"
+  else
+    run_fuzzers "$fuzz_seconds"
+    passed=$((passed + fuzz_passed))
+    failed=$((failed + fuzz_failed))
+    summary="${summary}fuzz: $fuzz_passed passed, $fuzz_failed failed
+"
+  fi
+}
+
+# A step that passes or fails as a whole.
+step() {
+  name=$1
+  shift
+  if "$@"; then
+    passed=$((passed + 1))
+    summary="$summary$name: 1 passed, 0 failed
+"
+  else
+    fail "$name" "exit code $?"
+  fi
+}
+
+check_format() {
+  git ls-files '*.h' '*.hpp' '*.c' '*.cpp' > build/format.txt &&
+    xargs clang-format-14 --dry-run -Werror < build/format.txt
+}
+
+run_stage() {
+  # shellcheck disable=SC2086
+  case $1 in
+    release | dev | asan | tsan) suite "$1" ;;
+    clang) suite_with clang $kelvik_clang_packages ;;
+    mipsel) suite_with mipsel $kelvik_mipsel_packages ;;
+    coverage)
+      suite_with coverage $kelvik_coverage_packages
+      [ -f build/coverage/ctest.log ] &&
+        gcovr --root . --object-directory build/coverage --filter 'src/' --filter 'inc/' \
+          --exclude-throw-branches --print-summary
+      ;;
+    fuzz) fuzz ;;
+    demo) step demo sh scripts/demo.sh ;;
+    format)
+      if [ ! -e .git ]; then
+        skip format "not a git checkout"
+      elif need_packages $kelvik_format_packages; then
+        step format check_format
+      else
+        skip format "packages are missing"
+      fi
+      ;;
+    *)
+      echo "unknown stage: $1 (see the head of scripts/test.sh)"
+      exit 64
+      ;;
+  esac
+}
+
+mkdir -p build
+# shellcheck disable=SC2086
+need_packages $kelvik_build_packages $kelvik_test_packages || exit 1
+begin=$(date +%s)
+for stage in $stages; do
+  say "stage $stage"
+  stage_begin=$(date +%s)
+  run_stage "$stage"
+  echo "-- stage $stage took $(($(date +%s) - stage_begin)) s"
+done
+
+say "all stages took $(($(date +%s) - begin)) s with KELVIK_ROUNDS=$KELVIK_ROUNDS"
+printf '%s' "$summary"
+[ -z "$skipped" ] || echo "SKIPPED STAGES:$skipped"
+echo "$passed passed, $failed failed"
+[ "$failed" = 0 ] && [ "$passed" -gt 0 ]
