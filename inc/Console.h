@@ -1,0 +1,80 @@
+// The network console: a UDP command server for the operator of the running process.
+#ifndef KELVIK_CONSOLE_H_
+#define KELVIK_CONSOLE_H_
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <cstdint>
+
+#include "Export.h"
+#include "Thread.h"
+
+namespace Kelvik {
+
+// Receives command datagrams on a socket of its own and obeys them one at a time, in the order of
+// their arrival, on its worker thread. Never answers.
+//
+// Create, Destroy and Initialize may be called from any thread, also from a callback that a command
+// runs; they take turns. A worker obeys its own run alone: one that was ended in a callback never
+// touches the socket or the state of a run that began since. Results are eResult codes; nothing is
+// thrown.
+class KELVIK_API CConsole : public CThread::IExecute {
+ public:
+  CConsole();
+  ~CConsole();
+  CConsole(const CConsole&) = delete;
+  CConsole& operator=(const CConsole&) = delete;
+
+  // Sets the members to their start values; a console that runs is ended first. Returns
+  // eResultSuccess.
+  int Initialize();
+
+  // Binds address (dotted decimal as inet_addr takes it; null: "127.0.0.1") and port (0: 8799) and
+  // starts the worker. Returns eResultSuccess; eResultExists when the console runs already, which
+  // it also does for a worker that another thread is just ending; eResultUnavailable when the
+  // socket or the thread cannot be made. Every refusal is reported, and leaves nothing open.
+  int Create(const char* address, unsigned short port);
+
+  // The worker's body: receives and obeys datagrams until its run is over. Returns eResultFailure,
+  // which ends the worker.
+  int RunTask() override;
+
+  // Ends the worker and closes the socket. Waits for the worker, so at most a second, or as long as
+  // a callback runs; called on the worker itself it returns at once, and the worker ends when the
+  // datagram in hand is done. In a child made by fork() only the child's copies are closed.
+  // Returns eResultSuccess, also when there is nothing to end.
+  int Destroy();
+
+  // Obeys the commands of a terminated text, which is cut into words in place; length is only
+  // printed. address and port name the sender and are not used. What throws ends the text. Returns
+  // eResultSuccess.
+  int Dispose(const char* address, unsigned short port, char* text, int length);
+
+  bool m_Running;  // from Create to Destroy; one thread writes it at a time, any reads it
+  int m_Socket;    // -1: none; as m_Running
+  CThread m_Worker;
+
+ private:
+  enum class eChange { kNone, kCreating, kEnding };
+
+  bool BeginChange(eChange change);
+  void EndChange();
+  int OpenSocket(const char* address, unsigned short port, int* line, int* error);
+  void Close();
+  void WakeWorker();
+
+  // Additions behind the members above.
+  int m_WakeFd;           // eventfd that ends the worker's wait; -1: none, the time-out does
+  pid_t m_ProcessId;      // the process that made the socket
+  eChange m_Change;       // what a thread is about to do to the members above; m_Lock
+  pid_t m_ChangeProcess;  // the process of that thread; m_Lock
+  // Never held while waiting for a worker, reporting or running a callback. Initialised statically
+  // and thus never destroyed: a worker that calls exit() may pass here after the destructor.
+  pthread_mutex_t m_Lock;
+  pthread_cond_t m_Changed;  // m_Change became kNone
+};
+
+}  // namespace Kelvik
+
+#endif  // KELVIK_CONSOLE_H_
