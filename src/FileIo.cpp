@@ -76,19 +76,21 @@ int OpenTerminal(const char* path) {
 int WriteAll(int descriptor, const char* data, size_t length, size_t* written) {
   size_t done = 0;
   int error = 0;
-  // The first pass is made for no bytes too, so that a bad descriptor shows.
-  do {
+  // A call is made for no bytes too, so that a bad descriptor shows.
+  for (;;) {
     const ssize_t count = write(descriptor, data + done, length - done);
-    if (count > 0) {
-      done += static_cast<size_t>(count);
-    } else if (count == 0) {
-      if (done < length) error = EIO;  // a device that takes nothing would be written to for ever
-      break;
-    } else if (errno != EINTR) {
+    if (count < 0) {
+      if (errno == EINTR) continue;
       error = errno;
       break;
     }
-  } while (done < length);
+    done += static_cast<size_t>(count);
+    if (done >= length) break;
+    if (count == 0) {
+      error = EIO;  // a device that takes nothing would be written to for ever
+      break;
+    }
+  }
   if (written != nullptr) *written = done;
   return error;
 }

@@ -90,10 +90,7 @@ void TakeZeroTime(tagTimeStamp& stamp, int64_t seconds) {
 
 bool TakeTimeStamp(tagTimeStamp& stamp) {
   timeval now = {};
-  if (gettimeofday(&now, nullptr) != 0) {
-    TakeZeroTime(stamp, 0);
-    return false;
-  }
+  gettimeofday(&now, nullptr);
   tagSecondText& cache = t_SecondText;
   if (cache.m_Second != now.tv_sec || cache.m_HeadLength == 0) {
     if (!ConvertSecond(cache, now.tv_sec)) {
