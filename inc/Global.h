@@ -1,0 +1,174 @@
+// The process-wide context: settings, module table, and the three engines.
+#ifndef KELVIK_GLOBAL_H_
+#define KELVIK_GLOBAL_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "Attribute.h"
+#include "Console.h"
+#include "Export.h"
+#include "ModuleState.h"
+#include "Mutex.h"
+#include "Output.h"
+
+class xini_file_t;
+
+namespace Kelvik {
+
+constexpr int kConfigPathBytes = 128;
+
+// Any thread may call any method at any time. Results: 0 done, 1 missing callback parameter or the
+// context has ended, 3 bad argument or nothing done, 5 a system call failed, 6 duplicate.
+class KELVIK_API CGlobal {
+ public:
+  // The one context. Made at the first call, ended at process exit; its memory stays, so that
+  // threads and static destructors that still log then meet a context that refuses them.
+  static CGlobal* Instance();
+
+  // True once the context has ended.
+  static bool IsEnded();
+
+  CGlobal();
+  ~CGlobal();
+  CGlobal(const CGlobal&) = delete;
+  CGlobal& operator=(const CGlobal&) = delete;
+
+  // Sets the global settings to their defaults and registers the library's own displays ("Kelvik":
+  // "attribute", "module", "cmd"). Modules and configuration path stay. Returns 0.
+  int Initialize();
+
+  // --- Access: Global.cpp ---
+
+  tagAttribute* GetAttribute() { return &m_Attribute; }
+
+  // The settings that apply to a module (non-null): those of the first registered module, in byte
+  // order of the names, whose name contains the argument, letter case ignored; the global ones when
+  // there is none. Takes no lock; records never move.
+  tagAttribute* GetAttribute(const char* module);
+
+  COutput& GetOutput() { return m_Output; }
+  CConsole& GetConsole() { return m_Console; }
+  CModuleState& GetModuleState() { return m_ModuleState; }
+
+  // Copies the global settings, the unaligned words and the path included, under the buffer lock.
+  void CopyAttribute(tagAttribute& attribute);
+
+  // --- Setters: Global.cpp ---
+
+  // Reads a binary switch of 1, 2, 4 or 8 bytes: result = (value != 0). Returns 0, or 3 for a null
+  // value or another length (result is then false for an other length, unchanged for null or 0).
+  int ParseValue(const void* value, int length, bool& result);
+
+  int SetMaxLogCount(int count);        // 1..10 files; others are ignored; returns 0
+  int SetBufferSize(const char* size);  // text, 1..1024 KiB; others are ignored; returns 0
+  int SetInterval(const char* ms);      // text, 0 or 200..3600000 ms; others are ignored; returns 0
+
+  // Sets the configuration file's path, once per process (later calls return 0 and change
+  // nothing). Returns 3 for null, empty or 128 characters and more.
+  int SetConfigFilePath(const char* path);
+  // Copies the path (possibly empty) to out, which has room for 128 characters. Returns 3 for null.
+  int GetConfigFilePath(char* out);
+  // Sets the log path and prints it. Returns 3 for null, empty or 128 characters and more.
+  int SetLogFilePath(const char* path);
+
+  // Stores without the checks above (the attribute requests have their own).
+  void SetLogPath(const char* path);  // at most 256 characters; fills the field with zeros
+  void SetLogMaxSize(uint32_t bytes);
+  void SetLogMaxDuration(uint32_t seconds);
+  void StoreLogMaxCount(uint32_t count);
+
+  // --- Time: Global.cpp ---
+
+  // The local time; m_Reserved is left alone. Returns 0, or 5 when the conversion fails, which a
+  // record reports.
+  int GetDateTime(tagAbsoluteTime& time);
+  // Its text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", as snprintf(text, size, ...); its result, or 5.
+  int GetDateTime(char* text, int size);
+  // The text of a time; snprintf's result.
+  int GetString(const tagAbsoluteTime& time, char* text, int size);
+  int GetCurrentThreadID();  // getpid()
+  int Sleep(unsigned int ms);
+
+  // --- Modules: Global.cpp ---
+
+  // Gives a module its own settings: a copy of the global ones, overlaid with the levels of its
+  // section in the configuration file. version (null counts as empty) is written there. Returns 0,
+  // 3 when the module has settings already (or module is null), 1 when memory runs out.
+  int InsertModuleName(const char* module, const char* version);
+
+  // Changes nothing. Returns 3 when the module is registered and 0 when it is not.
+  int PopModuleName(const char* module);
+
+  // --- Status display: GlobalStatus.cpp ---
+
+  // Print on fd; module and title only label the output. Return 0; ShowModule and ShowCmd return 1
+  // when module or title is null.
+  int ShowAttribute(int fd, const char* module, const char* title);
+  int ShowModule(int fd, const char* module, const char* title);
+  int ShowCmd(int fd, const char* module, const char* title);
+
+  // --- Configuration file: GlobalConfig.cpp ---
+
+  // Reads settings and file index from the configuration file and starts the output engine. Returns
+  // 0, or 3 when it has run already or there is no configuration path (the engine is started all
+  // the same).
+  int ConfigFileInitialize();
+
+  // The number of section/key, else of "Global"/key, else -1.
+  int GetKeyValue(xini_file_t* doc, const char* key, const char* section);
+
+  // Writes version into the module's section and overlays attribute with the section's levels.
+  // Returns 0, or 3 without a configuration path.
+  int ReadAttributeByConfigFile(const char* module, tagAttribute& attribute, const char* version);
+
+  // Saves what name selects: a part of "Global" (letter case ignored) the global settings, a part
+  // of "All" everything, else the modules whose name contains it. Returns 0, or 3 without a
+  // configuration path or for an empty name.
+  int SaveAttribute2File(const char* name);
+  int SaveGlobalAtri();
+  int SaveMoudleAttri2File(const char* name);
+
+  // --- Members ---
+
+  tagAttribute m_Attribute;  // first: a pointer to the context is one to the global settings
+  COutput m_Output;
+  CConsole m_Console;
+  CModuleState m_ModuleState;
+  std::map<std::string, tagAttribute> m_ModuleAttribute;  // grows only; written under m_ModuleMutex
+  char m_ConfigFilePath[kConfigPathBytes];                // written once, under m_ModuleMutex
+
+  // The registered modules in byte order of their names, for readers that take no lock.
+  struct tagModuleNode {
+    const char* m_Name;
+    tagAttribute* m_Attribute;
+    tagModuleNode* m_Next;
+  };
+  const tagModuleNode* FirstModule() const;
+  static const tagModuleNode* NextModule(const tagModuleNode* node);
+
+  static bool s_ConfigPathSet;  // the configuration path was set
+  static bool s_ConfigLoaded;   // ConfigFileInitialize has run
+
+ private:
+  friend struct tagContext;
+
+  void End();
+  void PublishModule(tagModuleNode* node);
+  // Stores one of m_Attribute's words, given by its offset in the record, under the buffer lock.
+  void StoreWord(size_t offset, uint32_t value);
+  void FreeModules();
+
+  tagModuleNode* m_FirstModule;
+  CMutex m_ModuleMutex;  // registration of modules, configuration path
+  CMutex m_ConfigMutex;  // one load-change-save of the configuration file at a time; nothing is
+                         // called under it that takes a lock of the output engine
+
+  friend class COutput;
+};
+
+}  // namespace Kelvik
+
+#endif  // KELVIK_GLOBAL_H_

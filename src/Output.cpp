@@ -1,0 +1,157 @@
+// Life of the output engine: construction, start, stop, and the two ways it ends.
+//
+// Destroy takes the engine apart, which needs that nobody is inside. Finish is for the end of the
+// process, where nobody can promise that: it closes the door (m_Ended), waits for whoever holds the
+// locks, writes what is left, and leaves mutexes and memory to the kernel.
+
+#include "Output.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "FileIo.h"
+#include "Global.h"
+#include "Guard.h"
+#include "OutputInternal.h"
+#include "Relaxed.h"
+
+namespace Kelvik {
+namespace {
+
+constexpr int32_t kLargestStartBuffer = 5242880;  // bytes
+constexpr uint32_t kFallbackBuffer = 65536;       // bytes
+
+}  // namespace
+
+COutput::COutput() : m_Thread("Kelvik::COutput") {
+  Initialize();
+}
+
+COutput::~COutput() {
+  Destroy();
+  // What Destroy leaves open by its contract would leak with the object.
+  CloseDescriptor(m_CurrentFd);
+  std::free(m_BackBuffer);
+  std::free(m_FrontBuffer);
+}
+
+int COutput::Initialize() {
+  m_CurrentFd = -1;
+  for (int32_t& fd : m_FileFds)
+    fd = -1;
+  m_FileSize = 0;
+  m_FileIndex = 0;
+  m_TerminalFlag = 1;
+  std::memset(m_FileNames, 0, sizeof(m_FileNames));
+  std::memset(m_SlotOpened, 0, sizeof(m_SlotOpened));
+  std::memset(m_SlotRestored, 0, sizeof(m_SlotRestored));
+  if (m_BufferMutex.create() != eResultSuccess) return eResultFailure;
+  m_SizeMode = 0;
+  m_TimeMode = 0;
+  m_FileStartTime = 0;
+  m_FrontLength = 0;
+  m_BackLength = 0;
+  m_FrontRecords = 0;
+  m_BackRecords = 0;
+  m_NewFileOpened = 0;
+  if (m_WriteMutex.create() != eResultSuccess) {
+    m_BufferMutex.destroy();
+    return eResultFailure;
+  }
+  if (m_Signal.create() != eResultSuccess || m_StopSignal.create() != eResultSuccess) {
+    m_Signal.destroy();
+    m_WriteMutex.destroy();
+    m_BufferMutex.destroy();
+    return eResultFailure;
+  }
+  m_RotatePending = 0;
+  std::memset(m_NextFileName, 0, sizeof(m_NextFileName));
+  m_TerminalFd = -1;
+  m_AllocatedSize = 0;
+  m_BufferCapacity = 0;
+  m_BackBuffer = nullptr;
+  m_FrontBuffer = nullptr;
+  m_LastFlushTime = 0;
+  m_BufferReset = 0;
+  m_DiskFull = 0;
+  m_Stopping = 0;
+  m_Ended = eLifeOpen;
+  m_RecordsAccepted = 0;
+  m_Statistics = tagOutputStatistics();
+  m_Focus.Clear();
+  std::memset(m_ConsolePath, 0, sizeof(m_ConsolePath));
+  GetConsolePath();
+  return eResultSuccess;
+}
+
+int COutput::Start() {
+  {
+    CGuard bufferGuard(&m_BufferMutex);
+    tagLimits limits;
+    ReadLimits(limits);
+    if (limits.m_BufferSize != 0) {
+      const bool fits =
+          limits.m_BufferSize >= kSmallestBuffer && limits.m_BufferSize <= kLargestStartBuffer;
+      if (!MakeBuffers(fits ? static_cast<uint32_t>(limits.m_BufferSize) : kFallbackBuffer)) {
+        return eResultFailure;
+      }
+    }
+  }
+  m_Thread.Create(this);
+  return eResultSuccess;
+}
+
+int COutput::Stop() {
+  // Set before the wake-up, so that a writer that wakes does not wait again.
+  RelaxedStore(m_Stopping, 1);
+  m_Signal.signal();
+  m_StopSignal.signal();
+  m_Thread.Destroy();
+  RelaxedStore(m_Stopping, 0);
+  return eResultSuccess;
+}
+
+int COutput::Destroy() {
+  Stop();
+  std::fflush(stdout);
+  // A descriptor that the ring still calls current is closed with its slot, not twice.
+  for (int slot = 0; slot < 2; ++slot) {
+    if (m_FileFds[slot] != -1 && m_CurrentFd == m_FileFds[slot]) m_CurrentFd = -1;
+    CloseDescriptor(m_FileFds[slot]);
+  }
+  CloseDescriptor(m_TerminalFd);
+  m_BufferMutex.destroy();
+  m_WriteMutex.destroy();
+  m_Signal.destroy();
+  m_StopSignal.destroy();
+  return eResultSuccess;
+}
+
+int COutput::Finish() {
+  {
+    CGuard bufferGuard(&m_BufferMutex);
+    RelaxedStore(m_Ended, eLifeDraining);
+  }
+  Stop();
+  std::fflush(stdout);
+  CGuard bufferGuard(&m_BufferMutex);
+  const tagWriter* writer = ModeWriter();
+  const tagWriter* failed = nullptr;
+  const bool fileOutput = RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) != 0;
+  if (fileOutput && writer != nullptr) WriteWaiting(*writer, failed);
+  CGuard writeGuard(&m_WriteMutex);
+  CloseCurrent();
+  if (m_TerminalFd != -1) CloseDescriptor(m_TerminalFd);
+  RelaxedStore(m_Ended, eLifeEnded);
+  return eResultSuccess;
+}
+
+void COutput::GetStatistics(tagOutputStatistics& statistics) {
+  CGuard bufferGuard(&m_BufferMutex);
+  CGuard writeGuard(&m_WriteMutex);
+  statistics = m_Statistics;
+  statistics.m_RecordsAccepted += m_RecordsAccepted;
+}
+
+}  // namespace Kelvik

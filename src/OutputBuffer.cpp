@@ -1,0 +1,314 @@
+// The double buffer between the callers and the writer thread.
+//
+// A caller appends its record to the front buffer under m_BufferMutex. When the buffer is full or
+// due, its content is copied to the back buffer under m_WriteMutex (the hand-over) and the writer
+// thread is woken, which writes the back buffer through the file writer of the current mode. A
+// hand-over never waits for the writer to have written the batch before: what the back buffer still
+// held is replaced.
+//
+// Records that no buffer can take (buffering off, a record longer than the buffer) are written by
+// the caller itself, behind everything that was accepted before them.
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "FileName.h"
+#include "Global.h"
+#include "Guard.h"
+#include "Output.h"
+#include "OutputInternal.h"
+#include "Relaxed.h"
+#include "TimeStamp.h"
+
+namespace Kelvik {
+namespace {
+
+constexpr unsigned kForever = 0xFFFFFFFF;
+constexpr unsigned kIdlePauseMs = 1000;     // while file output is switched off
+constexpr unsigned kFaultPauseMs = 100;     // when the wait itself fails
+constexpr int32_t kSmallestInterval = 200;  // milliseconds
+constexpr size_t kStampedBytes = 32;        // of m_NextFileName
+
+uint32_t NonZero(uint32_t moment) {
+  return moment == 0 ? 1 : moment;
+}
+
+}  // namespace
+
+// Caller holds m_BufferMutex.
+void COutput::ReadLimits(tagLimits& limits) const {
+  const tagAttribute* global = CGlobal::Instance()->GetAttribute();
+  std::memcpy(&limits, reinterpret_cast<const char*>(global) + offsetof(tagAttribute, m_LogMaxSize),
+              sizeof(limits));
+}
+
+int COutput::StoreRecord(const char* text, int length) {
+  if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) return eResultInvalid;
+  const tagWriter* failed = nullptr;
+  int result = eResultSuccess;
+  {
+    CGuard guard(&m_BufferMutex);
+    if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
+    if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) return eResultInvalid;
+    tagLimits limits;
+    ReadLimits(limits);
+    if (limits.m_LogMaxSize > 0) {
+      result = StoreBySize(limits, text, length, failed);
+    } else if (limits.m_LogMaxDuration >= 1) {
+      result = StoreByTime(limits, text, length, failed);
+    }
+  }
+  Report(failed);
+  return result;
+}
+
+int COutput::StoreBySize(const tagLimits& limits, const char* text, int length,
+                         const tagWriter*& failed) {
+  RelaxedStore(m_SizeMode, 1);
+  if (RelaxedLoad(m_TimeMode) != 0) {
+    RelaxedStore(m_TimeMode, 0);
+    m_FileStartTime = 0;
+    RelaxedStore(m_RotatePending, 1);
+    if (m_FrontLength < 1) return WriteDirect(kSizeWriter, text, length, failed);
+    HandOver();
+  }
+  const auto size = static_cast<uint32_t>(limits.m_BufferSize);
+  if (m_AllocatedSize != 0 && m_AllocatedSize != size) DropBuffers();
+  m_AllocatedSize = size;
+  if (limits.m_BufferSize < kSmallestBuffer) {
+    RelaxedStore(m_BufferReset, 0);
+    WriteDirect(kSizeWriter, text, length, failed);
+    return eResultSuccess;
+  }
+  return Append(kSizeWriter, limits, text, length, failed);
+}
+
+int COutput::StoreByTime(const tagLimits& limits, const char* text, int length,
+                         const tagWriter*& failed) {
+  RelaxedStore(m_TimeMode, 1);
+  if (RelaxedLoad(m_SizeMode) != 0) {
+    RelaxedStore(m_SizeMode, 0);
+    StampNextFileName();  // no time writer runs without a name to open
+    if (m_BackBuffer == nullptr) return WriteDirect(kTimeWriter, text, length, failed);
+    RelaxedStore(m_RotatePending, 1);
+    HandOver();
+  }
+  int32_t now = WallSeconds();
+  if (now == 0) now = 1;  // 0 means "not yet"
+  if (m_FileStartTime != 0) {
+    const auto age =
+        static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(m_FileStartTime));
+    if (age < 0) m_FileStartTime = now;  // the clock went back: the file's time begins anew
+    if (age >= limits.m_LogMaxDuration) {
+      const bool buffered = limits.m_BufferSize != 0 && m_BackBuffer != nullptr;
+      if (!buffered || m_FrontLength > 0) {
+        m_FileStartTime = now;
+        StampNextFileName();
+        RelaxedStore(m_RotatePending, 1);
+      }
+      if (!buffered) return WriteDirect(kTimeWriter, text, length, failed);
+      HandOver();
+      return Append(kTimeWriter, limits, text, length, failed);
+    }
+  } else {
+    m_FileStartTime = now;
+    StampNextFileName();
+    RelaxedStore(m_LastFlushTime, NonZero(WallMilliseconds()));
+  }
+  // Unlike rotation by size, a later change of the size does not exchange the buffers here.
+  if (m_AllocatedSize == 0) m_AllocatedSize = static_cast<uint32_t>(limits.m_BufferSize);
+  if (static_cast<int32_t>(m_AllocatedSize) < kSmallestBuffer) {
+    return WriteDirect(kTimeWriter, text, length, failed);
+  }
+  return Append(kTimeWriter, limits, text, length, failed);
+}
+
+// Without memory the record is dropped and the caller told nothing: the statistics count it.
+int COutput::Append(const tagWriter& writer, const tagLimits& limits, const char* text, int length,
+                    const tagWriter*& failed) {
+  const bool ready = m_FrontBuffer != nullptr || MakeBuffers(m_AllocatedSize);
+  RelaxedStore(m_BufferReset, 0);
+  ++m_RecordsAccepted;
+  if (!ready) {
+    CGuard guard(&m_WriteMutex);
+    ++m_Statistics.m_RecordsLost;
+    return eResultSuccess;
+  }
+  const auto needed = static_cast<uint32_t>(length);
+  if (needed > m_BufferCapacity) {
+    --m_RecordsAccepted;  // counted by the direct write
+    return WriteDirect(writer, text, length, failed);
+  }
+  if (needed + static_cast<uint32_t>(m_FrontLength) >= m_BufferCapacity) HandOver();
+  if (limits.m_WriteInterval >= kSmallestInterval) HandOverWhenDue(limits.m_WriteInterval);
+  std::memcpy(m_FrontBuffer + m_FrontLength, text, needed);
+  m_FrontLength += length;
+  ++m_FrontRecords;
+  return eResultSuccess;
+}
+
+// Writes a record that is not buffered, behind what was accepted before it. Caller holds
+// m_BufferMutex, so no other record comes in between.
+int COutput::WriteDirect(const tagWriter& writer, const char* text, int length,
+                         const tagWriter*& failed) {
+  WriteWaiting(writer, failed);
+  return Write(writer, text, length, failed);
+}
+
+// Writes what the back buffer and then the front buffer hold, both to the file that is current.
+// Caller holds m_BufferMutex.
+int COutput::WriteWaiting(const tagWriter& writer, const tagWriter*& failed) {
+  {
+    CGuard guard(&m_WriteMutex);
+    if (m_BackLength == 0 && m_FrontLength == 0) return eResultSuccess;
+  }
+  int result = LockFile(writer);
+  if (result == eResultSuccess) {
+    result = m_BackLength == 0 ? eResultSuccess : WriteBack(writer, failed);
+    m_WriteMutex.unlock();
+  }
+  if (result == eResultSuccess && m_FrontLength > 0) {
+    HandOver();
+    result = LockFile(writer);
+    if (result == eResultSuccess) {
+      result = WriteBack(writer, failed);
+      m_WriteMutex.unlock();
+    }
+  }
+  return ClearWhenFull(result);
+}
+
+// Makes both buffers, unless they exist. Returns false, and leaves none, when memory runs out.
+// Caller holds m_BufferMutex.
+bool COutput::MakeBuffers(uint32_t size) {
+  if (m_FrontBuffer != nullptr) return true;
+  auto* back = static_cast<char*>(std::malloc(size));
+  auto* front = static_cast<char*>(std::malloc(size));
+  if (back == nullptr || front == nullptr) {
+    std::free(back);
+    std::free(front);
+    return false;
+  }
+  CGuard guard(&m_WriteMutex);
+  m_BackBuffer = back;
+  m_BackLength = 0;
+  m_FrontBuffer = front;
+  m_FrontLength = 0;
+  m_BufferCapacity = size < INT32_MAX ? size : INT32_MAX;
+  return true;
+}
+
+// Drops both buffers with what they hold, since their size has changed. Caller holds m_BufferMutex.
+void COutput::DropBuffers() {
+  CGuard guard(&m_WriteMutex);
+  RelaxedStore(m_BufferReset, 1);
+  m_Statistics.m_RecordsLost += m_BackRecords + m_FrontRecords;
+  std::free(m_BackBuffer);
+  std::free(m_FrontBuffer);
+  m_BackBuffer = nullptr;
+  m_FrontBuffer = nullptr;
+  m_BufferCapacity = 0;
+  m_BackLength = 0;
+  m_BackRecords = 0;
+  m_FrontLength = 0;
+  m_FrontRecords = 0;
+}
+
+// Moves the front buffer's content to the back buffer, over what that still holds, and wakes the
+// writer. With nothing to move it only wakes the writer (for a rotation that waits): an empty batch
+// must not replace an unwritten one. Caller holds m_BufferMutex.
+void COutput::HandOver() {
+  if (m_FrontLength > 0) {
+    CGuard guard(&m_WriteMutex);
+    m_Statistics.m_RecordsLost += m_BackRecords;
+    std::memcpy(m_BackBuffer, m_FrontBuffer, static_cast<size_t>(m_FrontLength));
+    m_BackLength = m_FrontLength;
+    m_BackRecords = m_FrontRecords;
+    m_FrontLength = 0;
+    m_FrontRecords = 0;
+  } else if (RelaxedLoad(m_RotatePending) == 0) {
+    return;
+  }
+  m_Signal.signal();
+}
+
+void COutput::HandOverWhenDue(int32_t writeInterval) {
+  if (m_FrontLength == 0) return;
+  const uint32_t last = RelaxedLoad(m_LastFlushTime);
+  if (last != 0 && WallMilliseconds() - last >= static_cast<uint32_t>(writeInterval)) HandOver();
+}
+
+void COutput::StampNextFileName() {
+  tagTimeStamp stamp;
+  TakeTimeStamp(stamp);  // a time that cannot be had stamps zeros
+  char name[kFileNameBytes];
+  MakeFileName(name, stamp.m_Time);
+  std::memset(m_NextFileName, 0, sizeof(m_NextFileName));
+  std::memcpy(m_NextFileName, name, ::strnlen(name, kStampedBytes));
+}
+
+const tagWriter* COutput::ModeWriter() const {
+  if (RelaxedLoad(m_SizeMode) != 0) return &kSizeWriter;
+  return RelaxedLoad(m_TimeMode) != 0 ? &kTimeWriter : nullptr;
+}
+
+int COutput::WriteBuffer2File() {
+  CGuard guard(&m_BufferMutex);
+  if (m_BackBuffer != nullptr && m_FrontLength != 0) HandOver();
+  return eResultSuccess;
+}
+
+int COutput::Losslog() {
+  CGuard guard(&m_WriteMutex);
+  m_Statistics.m_RecordsLost += m_BackRecords;
+  m_BackLength = 0;
+  m_BackRecords = 0;
+  return eResultSuccess;
+}
+
+int COutput::SetParam(const char* module, int moduleLength, const char* title, int titleLength,
+                      int value) {
+  if (module == nullptr || *module == '\0' || moduleLength == 0 || title == nullptr ||
+      *title == '\0' || titleLength == 0) {
+    return eResultInvalid;
+  }
+  CGlobal::Instance()->GetModuleState().Set(module, title, value);
+  return eResultSuccess;
+}
+
+unsigned COutput::GetTickCount() {
+  return WallMilliseconds();
+}
+
+bool COutput::IsStopping() const {
+  return RelaxedLoad(m_Stopping) != 0 || (m_Thread.IsCurrent() && !m_Thread.KeepsRunning());
+}
+
+int COutput::RunTask() {
+  while (!IsStopping()) {
+    const int waited = m_Signal.wait(kForever);
+    if (IsStopping()) break;
+    if (waited != eResultSuccess) {
+      m_StopSignal.wait(kFaultPauseMs);
+      continue;
+    }
+    if (RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) == 0) {
+      Losslog();
+      m_StopSignal.wait(kIdlePauseMs);
+      continue;
+    }
+    const tagWriter* writer = ModeWriter();
+    if (writer == nullptr) {
+      Losslog();
+    } else if (writer == &kSizeWriter) {
+      WriteLogBySzie(nullptr, 0);
+    } else {
+      WriteLogByTime(nullptr, 0);
+    }
+  }
+  return 1;
+}
+
+}  // namespace Kelvik

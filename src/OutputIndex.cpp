@@ -1,0 +1,130 @@
+// The index of the log files in the configuration file, and clearing the ring.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "ConfigEdit.h"
+#include "FileIo.h"
+#include "FileName.h"
+#include "Global.h"
+#include "Guard.h"
+#include "Output.h"
+#include "OutputInternal.h"
+#include "Relaxed.h"
+
+namespace Kelvik {
+namespace {
+
+constexpr char kIndexSection[] = "fileName";
+constexpr char kGlobalSection[] = "Global";
+constexpr char kIndexKey[] = "LogIndex";
+constexpr size_t kConfigFieldBytes = 256;
+constexpr size_t kKeyBytes = 24;
+
+void MakeSlotKey(char (&key)[kKeyBytes], int slot) {
+  std::snprintf(key, sizeof(key), "fileName_%d", slot);
+}
+
+}  // namespace
+
+int COutput::WriteFileName2Ini(int slot, const char* path) {
+  CGlobal* global = CGlobal::Instance();
+  char config[kConfigFieldBytes] = {};
+  if (path == nullptr || global->GetConfigFilePath(config) != eResultSuccess) {
+    return eResultInvalid;
+  }
+  if (config[0] == '\0') return eResultSuccess;
+  EditConfigFile(global->m_ConfigMutex, config, [slot, path](xini_file_t& document) {
+    char key[kKeyBytes];
+    MakeSlotKey(key, slot);
+    document[kIndexSection][key] = path;
+    document[kGlobalSection][kIndexKey].set_nvalue(slot);
+  });
+  return eResultSuccess;
+}
+
+int COutput::ClearFileInfo() {
+  CGlobal* global = CGlobal::Instance();
+  CGuard bufferGuard(&m_BufferMutex);
+  CGuard writeGuard(&m_WriteMutex);
+  tagLimits limits;
+  ReadLimits(limits);
+  const int count = limits.m_LogMaxCount < kSlotCount ? limits.m_LogMaxCount : kSlotCount;
+  CloseCurrent();
+  for (int slot = 0; slot < count; ++slot)
+    RemoveSlotFile(slot, false);
+  m_FrontLength = 0;
+  m_BackLength = 0;
+  m_Statistics.m_RecordsLost += m_FrontRecords + m_BackRecords;
+  m_FrontRecords = 0;
+  m_BackRecords = 0;
+  m_FileSize = 0;
+  m_FileIndex = 0;
+  char config[kConfigFieldBytes] = {};
+  global->GetConfigFilePath(config);
+  if (config[0] == '\0') return eResultSuccess;
+  EditConfigFile(global->m_ConfigMutex, config, [count](xini_file_t& document) {
+    for (int slot = 0; slot < count; ++slot) {
+      char key[kKeyBytes];
+      MakeSlotKey(key, slot);
+      document[kIndexSection].key_remove(key);
+    }
+    document[kGlobalSection].key_remove(kIndexKey);
+  });
+  return eResultSuccess;
+}
+
+int COutput::ClearFile() {
+  CGlobal* global = CGlobal::Instance();
+  ClearFileInfo();
+  tagLimits limits;
+  {
+    CGuard guard(&m_BufferMutex);
+    ReadLimits(limits);
+  }
+  if (limits.m_LogMaxCount >= 2) global->SetMaxLogCount(limits.m_LogMaxCount - 1);
+  RelaxedStore(m_DiskFull, 0);
+  return eResultSuccess;
+}
+
+int COutput::SetLogName(int slot, const char* name) {
+  if (slot < 0 || slot >= kSlotCount || name == nullptr || *name == '\0') return eResultSuccess;
+  CGuard bufferGuard(&m_BufferMutex);
+  CGuard writeGuard(&m_WriteMutex);
+  const char* kept = name;
+  if (std::strlen(name) >= kSlotNameBytes) {
+    const char* folder = CGlobal::Instance()->GetAttribute()->m_LogPath;
+    const size_t folderLength = ::strnlen(folder, kLogPathBytes);
+    if (std::strncmp(name, folder, folderLength) != 0) return eResultSuccess;
+    kept = name + folderLength;
+    if (*kept == '\0' || IsPath(kept) || std::strlen(kept) >= kSlotNameBytes) {
+      return eResultSuccess;
+    }
+  }
+  FreeSlot(slot);
+  std::memcpy(m_FileNames[slot], kept, std::strlen(kept));
+  m_SlotRestored[slot] = 1;
+  return eResultSuccess;
+}
+
+int COutput::SetCurrentFileInfo(int slot, int size) {
+  if (slot < 0 || slot >= kSlotCount) return eResultSuccess;
+  CGuard bufferGuard(&m_BufferMutex);
+  CGuard writeGuard(&m_WriteMutex);
+  if (slot != m_FileIndex) CloseCurrent();
+  m_FileIndex = static_cast<int8_t>(slot);
+  tagLimits limits;
+  ReadLimits(limits);
+  if (limits.m_LogMaxSize >= 1 && m_FileNames[slot][0] != '\0') m_FileSize = size;
+  return eResultSuccess;
+}
+
+int COutput::CloseFile() {
+  CGuard bufferGuard(&m_BufferMutex);
+  CGuard writeGuard(&m_WriteMutex);
+  CloseCurrent();
+  return eResultSuccess;
+}
+
+}  // namespace Kelvik

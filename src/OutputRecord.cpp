@@ -1,0 +1,216 @@
+// From a call to a record, and from the record to its sinks.
+//
+// A formatted record is composed once, on the caller's stack, and goes to terminal, syslog and the
+// buffered file step. A raw record's data goes out as the caller gave it; only the terminal sees a
+// short prefix, and the file gets the bytes at once. No lock is held up to the file sink.
+
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "Global.h"
+#include "Output.h"
+#include "OutputInternal.h"
+#include "RecordFormat.h"
+#include "RecordPrefix.h"
+#include "Relaxed.h"
+#include "SelfReport.h"
+#include "TimeStamp.h"
+
+namespace Kelvik {
+namespace {
+
+constexpr int kSinkLevelLine = 1600;
+constexpr int kRawLevelLine = 1043;
+constexpr int kLocatedRawLevelLine = 1409;
+
+bool LevelPasses(eLogLevel level, const tagAttribute& attribute) {
+  const auto bit = static_cast<unsigned>(level);
+  // The mask has eight bits; a level beyond them (only a direct call can bring one) never passes.
+  return bit < 8 && (RelaxedLoad(attribute.m_LevelMask) >> bit & 1) != 0;
+}
+
+// Syslog's priority of a level, or -1 for an invalid one.
+int Priority(eLogLevel level) {
+  switch (level) {
+    case eLogLevelDebug:
+      return LOG_DEBUG;
+    case eLogLevelInfo:
+      return LOG_INFO;
+    case eLogLevelWarning:
+      return LOG_WARNING;
+    case eLogLevelError:
+      return LOG_ERR;
+    case eLogLevelFatal:
+      return LOG_CRIT;
+  }
+  return -1;
+}
+
+// Returns false for an invalid level, which is reported.
+bool WriteSystemLog(eLogLevel level, const char* text, int reportLine) {
+  const int priority = Priority(level);
+  if (priority == -1) {
+    ReportNumber("Output", "Logs", reportLine, "level invalid", static_cast<int>(level));
+    return false;
+  }
+  ::syslog(priority, "%s", text);
+  return true;
+}
+
+const tagAttribute* ModuleSettings(const char* module) {
+  CGlobal* global = CGlobal::Instance();
+  return module == nullptr ? global->GetAttribute() : global->GetAttribute(module);
+}
+
+const tagAttribute* GlobalSettings() {
+  return CGlobal::Instance()->GetAttribute();
+}
+
+// A record with room for a colour sequence before and behind it, so that the terminal takes it in
+// one piece. Not zeroed: only what is written is read.
+struct tagRecordText {
+  char m_Lead[kColourBytes];
+  char m_Text[kRecordBytes];
+  char m_Tail[kColourBytes];
+};
+
+}  // namespace
+
+int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format, ...) {
+  const tagAttribute* global = GlobalSettings();
+  va_list list;
+  va_start(list, format);
+  const int result = LogWith({level, module, title, global, global, false, nullptr, nullptr, -1},
+                             format, tagArguments(list));
+  va_end(list);
+  return result;
+}
+
+int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format,
+                 const tagArguments& arguments) {
+  const tagAttribute* own = ModuleSettings(module);
+  return LogWith({level, module, title, own, own, false, nullptr, nullptr, -1}, format, arguments);
+}
+
+int COutput::Log(eLogLevel level, const char* module, const char* title, const char* file,
+                 const char* func, int line, const char* format, ...) {
+  const tagAttribute* global = GlobalSettings();
+  va_list list;
+  va_start(list, format);
+  const int result = LogWith({level, module, title, global, global, true, file, func, line}, format,
+                             tagArguments(list));
+  va_end(list);
+  return result;
+}
+
+int COutput::Log(eLogLevel level, const char* module, const char* title, const char* file,
+                 const char* func, int line, const char* format, const tagArguments& arguments) {
+  const tagAttribute* global = GlobalSettings();
+  return LogWith({level, module, title, global, global, true, file, func, line}, format, arguments);
+}
+
+int COutput::LogWith(const tagRecordHead& head, const char* format, const tagArguments& arguments) {
+  if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
+  if (!LevelPasses(head.m_Level, *head.m_Filter)) return eResultDisabled;
+  const int callerErrno = errno;
+  tagRecordText record;
+  int dateTimeLength = 0;
+  int length = WritePrefix(record.m_Text, kRecordBytes, head, dateTimeLength);
+  errno = callerErrno;  // "%m" means the caller's
+  length += FormatMessage(record.m_Text + length, kRecordBytes - length, format, arguments.m_List);
+  const int skip = dateTimeLength == 0 ? 0 : dateTimeLength + 1;
+  const int result = Deliver({head.m_Level, head.m_Module, record.m_Text, length,
+                              skip < length ? skip : length, record.m_Text});
+  errno = callerErrno;
+  return result;
+}
+
+// Writes prefix and location, and gives the length of the date-time text (0 when it is switched
+// off). A time that cannot be had is reported once and shown as zero.
+int COutput::WritePrefix(char* field, int room, const tagRecordHead& head, int& dateTimeLength) {
+  tagRecordPrefix prefix = {
+      nullptr,       0,           RelaxedLoad(head.m_Prefix->m_OutputThreadID) != 0, 0,
+      head.m_Module, head.m_Title};
+  tagTimeStamp stamp;
+  if (RelaxedLoad(head.m_Prefix->m_OutputDateTime) != 0) {
+    if (!TakeTimeStamp(stamp)) {
+      ReportNumber("Global", "GetDateTime", 469, "localtime failed",
+                   static_cast<int>(stamp.m_Seconds));
+    }
+    prefix.m_DateTime = stamp.m_Text;
+    prefix.m_DateTimeLength = stamp.m_TextLength;
+    dateTimeLength = stamp.m_TextLength;
+  }
+  if (prefix.m_ShowThreadID) {
+    prefix.m_ThreadID = static_cast<unsigned long>(CGlobal::Instance()->GetCurrentThreadID());
+  }
+  int length = WriteRecordPrefix(field, room, prefix);
+  if (head.m_Located && RelaxedLoad(GlobalSettings()->m_OutputLocation) != 0) {
+    length +=
+        WriteLocation(field + length, room - length, head.m_File, head.m_Function, head.m_Line);
+  }
+  return length;
+}
+
+int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* text,
+                  int length, const tagAbsoluteTime& time, int skip) {
+  static_cast<void>(title);
+  static_cast<void>(time);
+  if (text == nullptr || length < 0) return eResultInvalid;
+  if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
+  return Deliver({level, module, text, length, skip, nullptr});
+}
+
+int COutput::Deliver(const tagRecord& record) {
+  const tagAttribute* global = GlobalSettings();
+  if (RelaxedLoad(global->m_OutputConsole) != 0) PrintRecord(record);
+  if (RelaxedLoad(global->m_OutputSystem) != 0 &&
+      !WriteSystemLog(record.m_Level, record.m_Text + record.m_Skip, kSinkLevelLine)) {
+    return eResultInvalid;
+  }
+  if (RelaxedLoad(global->m_OutputFile) == 0 || !ReportMayUseFile()) return eResultSuccess;
+  return StoreRecord(record.m_Text, record.m_Length);
+}
+
+int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* data,
+                  int length) {
+  return LogRaw(
+      {level, module, title, ModuleSettings(module), GlobalSettings(), false, nullptr, nullptr, -1},
+      data, length, kRawLevelLine, kRawWriter);
+}
+
+int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* file,
+                  const char* func, int line, const char* data, int length) {
+  return LogRaw(
+      {level, module, title, ModuleSettings(module), GlobalSettings(), true, file, func, line},
+      data, length, kLocatedRawLevelLine, kLocatedRawWriter);
+}
+
+int COutput::LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
+                    const tagWriter& writer) {
+  if (data == nullptr || length < 0) return eResultInvalid;
+  if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
+  if (!LevelPasses(head.m_Level, *head.m_Filter)) return eResultDisabled;
+  const int callerErrno = errno;
+  const tagAttribute* global = GlobalSettings();
+  int result = eResultSuccess;
+  if (RelaxedLoad(global->m_OutputConsole) != 0) {
+    char prefix[kRawPrefixBytes];
+    int dateTimeLength = 0;
+    WritePrefix(prefix, kRawPrefixBytes, head, dateTimeLength);
+    PrintRaw(head.m_Level, head.m_Module, prefix, data);
+  }
+  if (RelaxedLoad(global->m_OutputSystem) != 0 && !WriteSystemLog(head.m_Level, data, levelLine)) {
+    result = eResultInvalid;
+  } else if (RelaxedLoad(global->m_OutputFile) != 0 && ReportMayUseFile()) {
+    const tagWriter* failed = nullptr;
+    result = Write(writer, data, length, failed);
+    Report(failed);
+  }
+  errno = callerErrno;
+  return result;
+}
+
+}  // namespace Kelvik

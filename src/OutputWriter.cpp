@@ -1,0 +1,329 @@
+// The frame of the file writers: who may touch the files, the write itself, and the steps of the
+// ring that all writers share. What differs between them is data (tagWriter) or stands in
+// OutputBySize.cpp, OutputByTime.cpp and OutputRaw.cpp.
+//
+// One thread at a time opens, closes, rotates or writes: it holds m_WriteMutex. Whoever names a
+// file or moves to another slot holds m_BufferMutex as well. The writer thread takes m_BufferMutex
+// only when the file has to be opened or changed, so that callers who only buffer do not wait for
+// the disk.
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstring>
+
+#include "FileIo.h"
+#include "FileName.h"
+#include "Global.h"
+#include "Guard.h"
+#include "Output.h"
+#include "OutputInternal.h"
+#include "Relaxed.h"
+#include "SelfReport.h"
+#include "TimeStamp.h"
+
+namespace Kelvik {
+namespace {
+
+using CSteadyClock = std::chrono::steady_clock;
+
+// For how long a write to a descriptor that is not open is tried again. Measured on a clock that
+// nobody can set, so that the attempts end whatever the wall clock does.
+constexpr std::chrono::milliseconds kRetryLimit(1001);
+
+constexpr size_t kOwnNameBytes = 32;  // of a slot's name made here
+
+const char* LogPath() {
+  return CGlobal::Instance()->GetAttribute()->m_LogPath;
+}
+
+}  // namespace
+
+const tagWriter kSizeWriter = {tagWriter::eKind::kBySize, false, "WriteLogBySzie", 1806};
+const tagWriter kSizeWriterV1 = {tagWriter::eKind::kBySize, true, "WriteLogBySzieV1", 2012};
+const tagWriter kTimeWriter = {tagWriter::eKind::kByTime, false, "WriteLogByTime", 2214};
+const tagWriter kTimeWriterV1 = {tagWriter::eKind::kByTime, true, "WriteLogByTimeV1", 2420};
+const tagWriter kRawWriter = {tagWriter::eKind::kRaw, false, "Logs", 1159};
+const tagWriter kLocatedRawWriter = {tagWriter::eKind::kRaw, false, "Logs", 1525};
+
+// Makes the report that had to wait until all locks were released.
+void COutput::Report(const tagWriter* failed) {
+  if (failed != nullptr) ReportFileFailure(failed->m_Function, failed->m_ReportLine);
+}
+
+int COutput::WriteLogBySzie(const char* data, int length) {
+  const tagWriter* failed = nullptr;
+  const int result = Write(kSizeWriter, data, length, failed);
+  Report(failed);
+  return result;
+}
+
+int COutput::WriteLogBySzieV1(const char* data, int length) {
+  const tagWriter* failed = nullptr;
+  const int result = Write(kSizeWriterV1, data, length, failed);
+  Report(failed);
+  return result;
+}
+
+int COutput::WriteLogByTime(const char* data, int length) {
+  const tagWriter* failed = nullptr;
+  const int result = Write(kTimeWriter, data, length, failed);
+  Report(failed);
+  return result;
+}
+
+int COutput::WriteLogByTimeV1(const char* data, int length) {
+  const tagWriter* failed = nullptr;
+  const int result = Write(kTimeWriterV1, data, length, failed);
+  Report(failed);
+  return result;
+}
+
+// data null: the back buffer. A record of the ring's writers is written under m_BufferMutex, which
+// keeps the order of records; a raw record only needs it to open its file.
+int COutput::Write(const tagWriter& writer, const char* data, int length,
+                   const tagWriter*& failed) {
+  if (data != nullptr && length < 0) return eResultInvalid;
+  const bool ordered = data != nullptr && writer.m_Kind != tagWriter::eKind::kRaw;
+  if (ordered) m_BufferMutex.lock();
+  int result = LockFile(writer);
+  if (result == eResultSuccess) {
+    if (data == nullptr) {
+      result = WriteBack(writer, failed);
+    } else {
+      ++m_Statistics.m_RecordsAccepted;
+      result = WriteBytes(writer, data, length, true, failed);
+      ++(result == eResultSuccess ? m_Statistics.m_RecordsWritten : m_Statistics.m_RecordsLost);
+    }
+    m_WriteMutex.unlock();
+    result = ClearWhenFull(result);
+    if (result == eResultSuccess && writer.m_Kind != tagWriter::eKind::kRaw) {
+      result = RotateWhenPending(writer);
+    }
+  } else if (data != nullptr) {
+    CGuard guard(&m_WriteMutex);
+    ++m_Statistics.m_RecordsAccepted;
+    ++m_Statistics.m_RecordsLost;
+  }
+  if (ordered) m_BufferMutex.unlock();
+  return result;
+}
+
+// Returns 0 with m_WriteMutex held and the current slot's file open for this writer, else the
+// result for the caller with nothing held.
+int COutput::LockFile(const tagWriter& writer) {
+  tagLimits limits;
+  {
+    CGuard guard(&m_BufferMutex);
+    if (RelaxedLoad(m_Ended) == eLifeEnded) return eResultFailure;
+    ReadLimits(limits);
+  }
+  m_WriteMutex.lock();
+  if (!NeedsFile(writer, limits.m_LogMaxSize)) return eResultSuccess;
+  // Something is to be opened: once more, in the order of the locks.
+  m_WriteMutex.unlock();
+  m_BufferMutex.lock();
+  m_WriteMutex.lock();
+  const int result =
+      RelaxedLoad(m_Ended) == eLifeEnded ? static_cast<int>(eResultFailure) : PrepareFile(writer);
+  m_BufferMutex.unlock();
+  if (result != eResultSuccess) m_WriteMutex.unlock();
+  return result;
+}
+
+bool COutput::NeedsFile(const tagWriter& writer, int32_t sizeLimit) const {
+  if (m_FileFds[m_FileIndex] == -1) return true;
+  return writer.m_Kind != tagWriter::eKind::kByTime && sizeLimit < m_FileSize;
+}
+
+int COutput::PrepareFile(const tagWriter& writer) {
+  switch (writer.m_Kind) {
+    case tagWriter::eKind::kBySize:
+      return PrepareBySize(writer);
+    case tagWriter::eKind::kByTime:
+      return PrepareByTime();
+    case tagWriter::eKind::kRaw:
+      break;
+  }
+  return PrepareRaw();
+}
+
+// Writes to the current file; counted: its bytes add to m_FileSize. A descriptor that somebody else
+// closed is tried again without pause for a second, as it may come back; then it is forgotten (it
+// is not ours to close any more), so that the next call opens the file by its name.
+int COutput::WriteBytes(const tagWriter& writer, const char* data, int length, bool counted,
+                        const tagWriter*& failed) {
+  const auto start = CSteadyClock::now();
+  auto rest = static_cast<size_t>(length);
+  bool firstError = true;
+  for (;;) {
+    size_t written = 0;
+    const int error = WriteAll(m_CurrentFd, data, rest, &written);
+    data += written;
+    rest -= written;
+    m_Statistics.m_BytesWritten += written;
+    if (counted) {
+      const int64_t size = static_cast<int64_t>(m_FileSize) + static_cast<int64_t>(written);
+      m_FileSize = size < INT32_MAX ? static_cast<int32_t>(size) : INT32_MAX;
+    }
+    if (error == 0) return eResultSuccess;
+    if (firstError) ++m_Statistics.m_WriteErrors;
+    firstError = false;
+    m_Statistics.m_LastError = error;
+    if (error == ENOSPC && writer.m_Kind != tagWriter::eKind::kRaw) {
+      RelaxedStore(m_DiskFull, 1);
+      return kDiskFull;
+    }
+    if (error != EBADF) return eResultFailure;
+    if (CSteadyClock::now() - start >= kRetryLimit) {
+      m_FileFds[m_FileIndex] = -1;
+      m_CurrentFd = -1;
+      failed = &writer;
+      return eResultFailure;
+    }
+  }
+}
+
+// Caller holds m_WriteMutex. Whatever happens, the batch is gone afterwards; on a full disk it goes
+// with the clearing of the files.
+int COutput::WriteBack(const tagWriter& writer, const tagWriter*& failed) {
+  if (RelaxedLoad(m_BufferReset) != 0) return eResultSuccess;
+  const bool counted = writer.m_Kind == tagWriter::eKind::kBySize;
+  const int result = WriteBytes(writer, m_BackBuffer, m_BackLength, counted, failed);
+  if (result != kDiskFull) {
+    (result == eResultSuccess ? m_Statistics.m_RecordsWritten : m_Statistics.m_RecordsLost) +=
+        m_BackRecords;
+    m_BackLength = 0;
+    m_BackRecords = 0;
+  }
+  if (result == eResultSuccess) {
+    const uint32_t now = WallMilliseconds();
+    RelaxedStore(m_LastFlushTime, now == 0 ? 1 : now);  // 0 means "never"
+  }
+  if (writer.m_CloseAfterWrite) CloseCurrent();
+  return result;
+}
+
+// Turns the inner result of a full disk into the caller's, after the files have been cleared.
+// Caller has let go of m_WriteMutex.
+int COutput::ClearWhenFull(int result) {
+  if (result != kDiskFull) return result;
+  ClearFile();
+  return eResultFailure;
+}
+
+int COutput::RotateWhenPending(const tagWriter& writer) {
+  if (RelaxedLoad(m_RotatePending) == 0) return eResultSuccess;
+  CGuard bufferGuard(&m_BufferMutex);
+  CGuard writeGuard(&m_WriteMutex);
+  if (RelaxedLoad(m_RotatePending) == 0 || RelaxedLoad(m_Ended) == eLifeEnded) {
+    return eResultSuccess;
+  }
+  RelaxedStore(m_RotatePending, 0);
+  CloseCurrent();
+  ++m_Statistics.m_Rotations;
+  return writer.m_Kind == tagWriter::eKind::kByTime ? RotatePendingByTime(writer)
+                                                    : RotatePendingBySize();
+}
+
+// The next slot of the ring: its file is the oldest one. Whatever the count says, slots stay 0
+// to 9.
+void COutput::AdvanceSlot() {
+  tagLimits limits;
+  ReadLimits(limits);
+  const int next = m_FileIndex + 1;
+  const bool wraps = limits.m_LogMaxCount <= next || next >= kSlotCount;
+  m_FileIndex = static_cast<int8_t>(wraps ? 0 : next);
+}
+
+void COutput::CloseCurrent() {
+  int32_t& own = m_FileFds[m_FileIndex];
+  if (m_CurrentFd != own) CloseDescriptor(m_CurrentFd);
+  m_CurrentFd = -1;
+  CloseDescriptor(own);
+}
+
+// Gives the current slot a name of the ring's own. The index entry comes before the file: a process
+// killed between the two leaves an entry without a file, not a file that nobody will ever remove.
+void COutput::NameSlot(const char* name) {
+  FreeSlot(m_FileIndex);
+  char* own = m_FileNames[m_FileIndex];
+  std::memcpy(own, name, ::strnlen(name, kOwnNameBytes));
+  m_NewFileOpened = 1;
+  char path[kFilePathBytes];
+  if (JoinPath(path, LogPath(), own)) WriteFileName2Ini(m_FileIndex, path);
+}
+
+// Opens the current slot's file by its name. A failure leaves the name, so that the next call tries
+// the same file again.
+int COutput::OpenSlot(bool append) {
+  const int slot = m_FileIndex;
+  const char* name = m_FileNames[slot];
+  const eOpenTrust trust = m_SlotRestored[slot] != 0 ? eOpenTrust::kAsStands : eOpenTrust::kOwnName;
+  char path[kFilePathBytes];
+  int fd = -1;
+  if (*name == '\0') {
+    errno = EISDIR;  // the bare folder
+  } else if (!SlotPath(path, LogPath(), name)) {
+    errno = ENAMETOOLONG;
+  } else {
+    fd = OpenLogFile(path, append ? eOpenMode::kAppend : eOpenMode::kOver, trust);
+  }
+  m_NewFileOpened = 0;
+  if (fd == -1) {
+    ++m_Statistics.m_OpenErrors;
+    m_Statistics.m_LastError = errno;
+    return eResultInvalid;
+  }
+  m_FileFds[slot] = fd;
+  m_SlotOpened[slot] = 1;
+  m_CurrentFd = fd;
+  return eResultSuccess;
+}
+
+// Removes a slot's file and frees the slot. A file that this process opened stands under the log
+// path (or, after a change of the working folder's mind, under its bare name); one that it did not
+// open is removed under the name as it was restored. tryFolder: a bare name that is not found there
+// is tried under the log path too; so is one that was restored without its folder.
+void COutput::RemoveSlotFile(int slot, bool tryFolder) {
+  const char* name = m_FileNames[slot];
+  if (*name == '\0') return;  // a free slot: removing "" would cost a system call
+  CloseDescriptor(m_FileFds[slot]);
+  if (!IsSharedFile(slot)) {
+    char path[kFilePathBytes];
+    const bool joined = JoinPath(path, LogPath(), name);
+    const bool bareRestored = m_SlotRestored[slot] != 0 && !IsPath(name);
+    int error = ENOENT;
+    if (m_SlotOpened[slot] != 0) {
+      if (joined) error = RemoveFile(path);
+      if (error == ENOENT) error = RemoveFile(name);
+    } else {
+      error = RemoveFile(name);
+      if (error == ENOENT && joined && (tryFolder || bareRestored)) error = RemoveFile(path);
+    }
+    if (error == 0) ++m_Statistics.m_FilesRemoved;
+  }
+  FreeSlot(slot);
+}
+
+// Two rotations within a second may give two slots the same file; it is removed with the newer one.
+bool COutput::IsSharedFile(int slot) const {
+  char path[kFilePathBytes];
+  if (!SlotPath(path, LogPath(), m_FileNames[slot])) return false;
+  for (int other = 0; other < kSlotCount; ++other) {
+    char otherPath[kFilePathBytes];
+    if (other != slot && m_FileNames[other][0] != '\0' &&
+        SlotPath(otherPath, LogPath(), m_FileNames[other]) && std::strcmp(path, otherPath) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void COutput::FreeSlot(int slot) {
+  std::memset(m_FileNames[slot], 0, sizeof(m_FileNames[slot]));
+  m_SlotOpened[slot] = 0;
+  m_SlotRestored[slot] = 0;
+}
+
+}  // namespace Kelvik
