@@ -140,10 +140,11 @@ KELVIK_API int KLogV1(enum eLogLevel level, const char* module, const char* titl
 // the file; the terminal and syslog show data up to its first NUL, which must therefore be there
 // when one of the two is on, whatever length says. The prefix goes to the terminal alone and is
 // cut at 255 characters. The file is written at once, past the buffer, into the first two files of
-// the ring in turn. The level mask is the module's as in KLog; everything else is global.
+// the ring in turn, which formatted records must have named before. The level mask is the module's
+// as in KLog; everything else is global.
 // Returns eResultDisabled when the level is switched off, eResultInvalid when data is null or
-// length is below 1 (silently) or level is not 1 to 5 (reported as "level invalid"), and
-// eResultFailure when the file could not be written.
+// length is below 1 (silently), when level is not 1 to 5 (reported as "level invalid") or when
+// there is no file to write to, and eResultFailure when the file could not be written.
 KELVIK_API int KLogs(enum eLogLevel level, const char* module, const char* title, const char* data,
                      int length);
 
