@@ -1,0 +1,169 @@
+// Memory runs out at the Nth allocation inside an exported function, for every N: the function
+// returns a result, throws nothing into its caller in C, and works again afterwards.
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include "ChildProcess.h"
+#include "FileTools.h"
+#include "Global.h"
+#include "Kelvik.h"
+#include "TempDir.h"
+
+namespace {
+
+// Of the one thread of the test; 0: every allocation succeeds, N: the Nth from now on fails.
+thread_local int s_FailAt = 0;
+thread_local bool s_Failed = false;
+
+void* Allocate(std::size_t size) {
+  if (s_FailAt > 0 && --s_FailAt == 0) {
+    s_Failed = true;
+    return nullptr;
+  }
+  return std::malloc(size == 0 ? 1 : size);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* memory = Allocate(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return Allocate(size);
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+  std::free(memory);
+}
+
+namespace Kelvik {
+namespace {
+
+constexpr int kManyAllocations = 10000;
+
+// Runs call with the Nth allocation failing for N = 1, 2, ... until no allocation is left to fail.
+// check sees the result of each run that lacked memory. Returns the number of these runs.
+template <class tCall, class tCheck>
+int FailEach(tCall call, tCheck check) {
+  for (int fail = 1; fail < kManyAllocations; ++fail) {
+    s_Failed = false;
+    s_FailAt = fail;
+    const int result = call();
+    s_FailAt = 0;
+    if (!s_Failed) {
+      EXPECT_EQ(eResultSuccess, result);
+      return fail - 1;
+    }
+    check(result);
+  }
+  ADD_FAILURE() << "no end of allocations";
+  return kManyAllocations;
+}
+
+int Show(int, const char*, const char*, void*) {
+  return 0;
+}
+
+int Take(int, void*) {
+  return 0;
+}
+
+CHILD_CASE(RegisterWithoutMemory) {
+  CGlobal& context = *CGlobal::Instance();
+  // Longer than what a string holds by itself.
+  const char name[] = "a module whose name needs memory of its own";
+  const int runs = FailEach([&] { return registerModule(name, "V1"); },
+                            [&](int result) {
+                              EXPECT_EQ(eResultFailure, result);
+                              EXPECT_TRUE(context.m_ModuleAttribute.empty());
+                              EXPECT_EQ(context.GetAttribute(), context.GetAttribute(name));
+                            });
+  EXPECT_GE(runs, 1);
+  EXPECT_EQ(1u, context.m_ModuleAttribute.count(name));
+  EXPECT_NE(context.GetAttribute(), context.GetAttribute(name));
+  return 0;
+}
+
+TEST(WithoutMemory, ModuleIsRegisteredWholeOrNotAtAll) {
+  EXPECT_TRUE(Succeeded(RunChild("RegisterWithoutMemory")));
+}
+
+CHILD_CASE(RegisterCallbackWithoutMemory) {
+  CGlobal::Instance();
+  EXPECT_GE(FailEach([] { return ModuleStateRegister("net", "state", Show, nullptr); },
+                     [](int result) {
+                       EXPECT_EQ(eResultFailure, result);
+                       EXPECT_EQ(eResultFailure, ModuleStateUnregister("net", "state"));
+                     }),
+            1);
+  EXPECT_GE(FailEach([] { return Kelvik_ModuleSetParamRegister("net", "state", Take, nullptr); },
+                     [](int result) {
+                       EXPECT_EQ(eResultFailure, result);
+                       EXPECT_EQ(eResultFailure, ModuleSetParamUnregister("net", "state"));
+                     }),
+            1);
+  EXPECT_EQ(eResultSuccess, ModuleStateUnregister("net", "state"));
+  EXPECT_EQ(eResultSuccess, ModuleSetParamUnregister("net", "state"));
+  return 0;
+}
+
+TEST(WithoutMemory, CallbackIsRegisteredWholeOrNotAtAll) {
+  EXPECT_TRUE(Succeeded(RunChild("RegisterCallbackWithoutMemory")));
+}
+
+CHILD_CASE(UseEverythingWithoutMemory) {
+  const char on = 1;
+  const auto any = [](int result) {
+    EXPECT_TRUE(result == eResultSuccess || result == eResultFailure) << result;
+  };
+  EXPECT_EQ(0, SetConfigFilePath(args.at(0).c_str()));
+  FailEach([] { return registerModule("net", "V1"); }, any);
+  FailEach([] { return Initialize(); }, any);
+  FailEach([&] { return SetAttribute(eAttributeOther, eOtherFocusModule, "net", 3); }, any);
+  FailEach([&] { return SetAttribute(eAttributeLevel, eLogLevelDebug, &on, 1); }, any);
+  FailEach([] { return KLog(eLogLevelError, "net", "rx", "%s\n", "text"); }, any);
+  FailEach([] { return ClearFileInfo(); }, any);
+  EXPECT_EQ(0, KLog(eLogLevelError, "net", "rx", "works again\n"));
+  return 0;
+}
+
+TEST(WithoutMemory, NoFunctionThrows) {
+  CTempDir folder;
+  ASSERT_TRUE(WriteFile(folder.File("kelvik.ini"),
+                        "[Global]\nLogIndex=0\nbufferSize=4\n[net]\nLevelDbg=1\n"
+                        "[fileName]\nfileName_0=/nonexistent/20240315083000.log\n"));
+  const tagChildResult result =
+      RunChild("UseEverythingWithoutMemory", {folder.File("kelvik.ini")}, 20000);
+  EXPECT_TRUE(Succeeded(result));
+  EXPECT_NE(std::string::npos, result.m_Output.find("works again\n"));
+}
+
+}  // namespace
+}  // namespace Kelvik
