@@ -1,0 +1,201 @@
+#include "Outputs.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "Global.h"
+#include "Guard.h"
+#include "Kelvik.h"
+#include "KelvikExtra.h"
+
+namespace KelvikLog {
+
+namespace {
+
+void Switch(int kind, int option, bool isOn) {
+  const unsigned char value = isOn ? 1 : 0;
+  SetAttribute(kind, option, &value, sizeof(value));
+}
+
+void SetNumber(int option, int32_t value) {
+  SetAttribute(eAttributeOther, option, &value, sizeof(value));
+}
+
+// How records reach the files: each is written by the call that logs it, so that a fast input waits
+// for the disk and no record is ever replaced in a buffer. The one place that knows.
+void WriteEachRecordAtOnce() {
+  Kelvik::CGlobal* const global = Kelvik::CGlobal::Instance();
+  const Kelvik::CGuard guard(&global->GetOutput().m_BufferMutex);
+  const uint32_t none = 0;
+  char* const attribute = reinterpret_cast<char*>(global->GetAttribute());
+  std::memcpy(attribute + offsetof(Kelvik::tagAttribute, m_BufferSize), &none, sizeof(none));
+}
+
+Kelvik::tagAttribute Settings() {
+  Kelvik::tagAttribute settings = {};
+  Kelvik::CGlobal::Instance()->CopyAttribute(settings);
+  return settings;
+}
+
+// What the library takes as the log path: it appends the files' names to it as it stands.
+std::string LogPath(const std::string& folder) {
+  return folder.back() == '/' ? folder : folder + '/';
+}
+
+bool CheckFolderName(const std::string& folder, std::string& problem) {
+  constexpr std::size_t kLimit = Kelvik::kLogPathBytes - 1;
+  if (folder.empty()) {
+    problem = "the folder's name is empty";
+  } else if (LogPath(folder).size() > kLimit) {
+    problem = "the folder's name is longer than " + std::to_string(kLimit) + " characters";
+  } else {
+    return true;
+  }
+  return false;
+}
+
+std::string ErrorText(int error) {
+  return error == 0 ? std::string("write error") : std::string(std::strerror(error));
+}
+
+// Writes out what was printed. Returns -1, or the errno of a failed write, 0 if it is not known.
+int FlushTerminal() {
+  if (std::ferror(stdout) == 0) {
+    return std::fflush(stdout) == 0 ? -1 : errno;
+  }
+  // The write that failed is some records back and its errno with it; a further one fails alike.
+  std::clearerr(stdout);
+  return std::fflush(stdout) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+int COutputs::Start(std::string& problem) {
+  if (m_Options.m_Folder && !CheckFolderName(*m_Options.m_Folder, problem)) {
+    return kExitFailed;
+  }
+  for (const int level :
+       {eLogLevelDebug, eLogLevelInfo, eLogLevelWarning, eLogLevelError, eLogLevelFatal}) {
+    Switch(eAttributeLevel, level, true);
+  }
+  Switch(eAttributeOutput, eOutputFile, m_Options.m_Folder || m_Options.m_Config);
+  // Before the configuration file is read, so that what it says wins over the defaults, and again
+  // after it, so that the options win over what it says.
+  ApplyOptions();
+  WriteEachRecordAtOnce();
+  if (m_Options.m_Config) {
+    SetConfigFilePath(m_Options.m_Config->c_str());
+  }
+  Initialize();
+  ApplyOptions();
+  WriteEachRecordAtOnce();
+
+  const Kelvik::tagAttribute settings = Settings();
+  m_LogPath.assign(settings.m_LogPath, strnlen(settings.m_LogPath, sizeof(settings.m_LogPath)));
+  m_HasFile = settings.m_OutputFile != 0;
+  if (settings.m_OutputConsole == 0 && settings.m_OutputSystem == 0 && !m_HasFile) {
+    problem = "every output is off: no record would go anywhere";
+    return kExitUsage;
+  }
+  return !m_HasFile || CheckFolder(problem) ? kExitDelivered : kExitFailed;
+}
+
+void COutputs::ApplyOptions() const {
+  if (m_Options.m_Terminal) {
+    Switch(eAttributeOutput, eOutputTerminal, *m_Options.m_Terminal);
+  }
+  if (m_Options.m_Syslog) {
+    Switch(eAttributeOutput, eOutputSyslog, true);
+  }
+  if (m_Options.m_File) {
+    Switch(eAttributeOutput, eOutputFile, *m_Options.m_File);
+  }
+  if (m_Options.m_Level) {
+    Switch(eAttributeLevel, *m_Options.m_Level, true);
+  }
+  if (m_Options.m_Time) {
+    Switch(eAttributeOther, eOtherDateTime, *m_Options.m_Time);
+  }
+  if (m_Options.m_ThreadId) {
+    Switch(eAttributeOther, eOtherThreadId, true);
+  }
+  if (m_Options.m_Folder) {
+    const std::string path = LogPath(*m_Options.m_Folder);
+    SetAttribute(eAttributeOther, eOtherLogPath, path.c_str(), static_cast<int>(path.size()));
+  }
+  if (m_Options.m_SizeKib) {
+    SetNumber(eOtherLogMaxSize, *m_Options.m_SizeKib);
+  }
+  if (m_Options.m_Duration) {
+    SetNumber(eOtherLogMaxSize, 0);  // a size would win over the duration
+    SetNumber(eOtherLogMaxDuration, *m_Options.m_Duration);
+  }
+  if (m_Options.m_Count) {
+    SetNumber(eOtherLogMaxCount, *m_Options.m_Count);
+  }
+}
+
+tagRecordStyle COutputs::Style() const {
+  const Kelvik::tagAttribute settings = Settings();
+  tagRecordStyle style;
+  style.m_Module = m_Options.m_Module ? m_Options.m_Module->c_str() : nullptr;
+  style.m_Title = m_Options.m_Title ? m_Options.m_Title->c_str() : nullptr;
+  style.m_Level = m_Options.m_Level.value_or(eLogLevelInfo);
+  style.m_ReadsPriority = m_Options.m_ReadsPriority;
+  style.m_PrefixBytes = PrefixBytes(settings.m_OutputDateTime != 0, settings.m_OutputThreadID != 0,
+                                    style.m_Module, style.m_Title);
+  return style;
+}
+
+bool COutputs::Flush() {
+  if (!m_TerminalProblem.empty()) {
+    return true;
+  }
+  const int error = FlushTerminal();
+  if (error < 0) {
+    return true;
+  }
+  m_TerminalProblem = "standard output: " + ErrorText(error);
+  Switch(eAttributeOutput, eOutputTerminal, false);
+  const Kelvik::tagAttribute settings = Settings();
+  return error != EPIPE && (settings.m_OutputFile != 0 || settings.m_OutputSystem != 0);
+}
+
+bool COutputs::Finish(uint64_t refused, std::string& problem) {
+  Flush();
+  tagKelvikStatistics statistics = {};
+  KelvikExtra_GetStatistics(&statistics, sizeof(statistics));
+  const uint64_t lost = refused + statistics.m_RecordsLost;
+  if (lost > 0) {
+    problem = std::to_string(lost) + " of " +
+              std::to_string(refused + statistics.m_RecordsAccepted) +
+              " records did not reach the files in " + m_LogPath + ": " +
+              ErrorText(statistics.m_LastError);
+    return false;
+  }
+  problem = m_TerminalProblem;
+  return problem.empty();
+}
+
+bool COutputs::CheckFolder(std::string& problem) const {
+  const std::size_t slash = m_LogPath.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : m_LogPath.substr(0, slash + 1);
+  struct stat status = {};
+  if (stat(folder.c_str(), &status) == 0) {
+    if (!S_ISDIR(status.st_mode)) {
+      errno = ENOTDIR;
+    } else if (faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0) {
+      return true;
+    }
+  }
+  problem = "cannot write files in " + folder + ": " + std::strerror(errno);
+  return false;
+}
+
+}  // namespace KelvikLog
