@@ -3,65 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstdlib>
-#include <new>
 #include <string>
 
 #include "ChildProcess.h"
+#include "FailingNew.h"
 #include "FileTools.h"
 #include "Global.h"
 #include "Kelvik.h"
 #include "TempDir.h"
-
-namespace {
-
-// Of the one thread of the test; 0: every allocation succeeds, N: the Nth from now on fails.
-thread_local int s_FailAt = 0;
-thread_local bool s_Failed = false;
-
-void* Allocate(std::size_t size) {
-  if (s_FailAt > 0 && --s_FailAt == 0) {
-    s_Failed = true;
-    return nullptr;
-  }
-  return std::malloc(size == 0 ? 1 : size);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  void* memory = Allocate(size);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-void* operator new[](std::size_t size) {
-  return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-  std::free(memory);
-}
 
 namespace Kelvik {
 namespace {
@@ -73,11 +22,9 @@ constexpr int kManyAllocations = 10000;
 template <class tCall, class tCheck>
 int FailEach(tCall call, tCheck check) {
   for (int fail = 1; fail < kManyAllocations; ++fail) {
-    s_Failed = false;
-    s_FailAt = fail;
+    FailNew(fail);
     const int result = call();
-    s_FailAt = 0;
-    if (!s_Failed) {
+    if (!StopFailingNew()) {
       EXPECT_EQ(eResultSuccess, result);
       return fail - 1;
     }
