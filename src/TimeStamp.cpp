@@ -22,14 +22,15 @@ struct tagSecondText {
 
 thread_local tagSecondText t_SecondText;
 
-// Writes value (at most five digits) with at least width digits; returns the end of what it wrote.
-char* PutPadded(char* out, unsigned value, int width) {
+// Writes value with at least width digits; returns the end of what it wrote.
+char* PutPadded(char* out, uint16_t value, int width) {
   char digits[5];
   int count = 0;
+  unsigned rest = value;
   do {
-    digits[count++] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  } while (value != 0 && count < 5);
+    digits[count++] = static_cast<char>('0' + rest % 10);
+    rest /= 10;
+  } while (rest != 0);
   for (int filled = count; filled < width; ++filled)
     *out++ = '0';
   while (count > 0)
