@@ -18,6 +18,15 @@
 #include "RealClock.h"
 #include "Signal.h"
 
+// Where a 32-bit system has 64-bit times, the timed wait has a name of its own.
+#if defined(_TIME_BITS) && _TIME_BITS == 64 && __SIZEOF_LONG__ == 4
+#define KELVIK_REAL_TIMEDWAIT __real___pthread_cond_timedwait64
+#define KELVIK_WRAP_TIMEDWAIT __wrap___pthread_cond_timedwait64
+#else
+#define KELVIK_REAL_TIMEDWAIT __real_pthread_cond_timedwait
+#define KELVIK_WRAP_TIMEDWAIT __wrap_pthread_cond_timedwait
+#endif
+
 namespace {
 
 bool gFailMutex = false;
@@ -49,16 +58,16 @@ int __wrap_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t
 }
 
 int __real_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
-int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                  const timespec* deadline);
+int KELVIK_REAL_TIMEDWAIT(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                          const timespec* deadline);
 
 int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
   return gWaitCode != 0 ? gWaitCode : __real_pthread_cond_wait(condition, mutex);
 }
 
-int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                  const timespec* deadline) {
-  return gWaitCode != 0 ? gWaitCode : __real_pthread_cond_timedwait(condition, mutex, deadline);
+int KELVIK_WRAP_TIMEDWAIT(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                          const timespec* deadline) {
+  return gWaitCode != 0 ? gWaitCode : KELVIK_REAL_TIMEDWAIT(condition, mutex, deadline);
 }
 
 }  // extern "C"
