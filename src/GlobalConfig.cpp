@@ -1,0 +1,337 @@
+// The configuration file: settings and file index read at start, settings saved on request.
+//
+// Each operation loads the file anew and holds m_ConfigMutex from load to save. Under that lock
+// only the document is touched: the path and the words of the settings are copied before, what was
+// read is applied after, and nothing is printed.
+//
+// Reads go through the indexing operations of the document, which make the key that they do not
+// find; so a saved file lists every key, with an empty value where nobody has set one.
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "ConfigEdit.h"
+#include "Global.h"
+#include "IniFile.h"
+#include "Kelvik.h"
+#include "Relaxed.h"
+#include "TextMatch.h"
+
+namespace Kelvik {
+namespace {
+
+constexpr char kVersionText[] = "[libkelvik.so(a) V1.2.0.19180 Build 20241104]";
+constexpr char kGlobalSection[] = "Global";
+constexpr char kFileSection[] = "fileName";
+constexpr char kEverything[] = "All";
+constexpr char kBlanks[] = " \t\n\r\f\v";
+constexpr char kBlanksAndBrackets[] = "[] \t\n\r\f\v";
+
+constexpr int kKeep = -1;  // no key, no number, or this very number: the setting stays as it is
+
+struct tagSwitchKey {
+  const char* m_Key;
+  uint8_t tagAttribute::*m_Field;
+};
+
+constexpr tagSwitchKey kSwitches[] = {
+    {"OutputConsole", &tagAttribute::m_OutputConsole},
+    {"OutputSystem", &tagAttribute::m_OutputSystem},
+    {"OutputFile", &tagAttribute::m_OutputFile},
+};
+constexpr size_t kSwitchCount = sizeof(kSwitches) / sizeof(kSwitches[0]);
+
+struct tagLevelKey {
+  const char* m_Key;
+  eLogLevel m_Level;
+};
+
+constexpr tagLevelKey kLevels[] = {
+    {"LevelInfo", eLogLevelInfo},   {"LevelDbg", eLogLevelDebug},   {"LevelError", eLogLevelError},
+    {"LevelWar", eLogLevelWarning}, {"LevelFatal", eLogLevelFatal},
+};
+constexpr size_t kLevelCount = sizeof(kLevels) / sizeof(kLevels[0]);
+
+// A limit of the file: the rule gives the number to store, or kKeep.
+struct tagWordKey {
+  const char* m_ReadKey;  // the two spellings name the same key; a new one gets the spelling used
+  const char* m_WriteKey;
+  size_t m_Offset;   // of the field in tagAttribute
+  uint32_t m_Scale;  // units of the field in one of the file
+  int (*m_Rule)(int value);
+};
+
+int AnyNumber(int value) {
+  return value;
+}
+int CountRule(int value) {
+  return value > kSlotCount ? kSlotCount : value;
+}
+int BufferRule(int value) {
+  return value >= 1 && value <= 1024 ? value : kKeep;
+}
+int IntervalRule(int value) {
+  return value == 0 || value >= 200 ? value : kKeep;
+}
+
+constexpr tagWordKey kWords[] = {
+    {"logMaxSize", "LogMaxSize", offsetof(tagAttribute, m_LogMaxSize), 1024, AnyNumber},
+    {"logMaxDuration", "LogMaxDuration", offsetof(tagAttribute, m_LogMaxDuration), 1, AnyNumber},
+    {"logMaxCount", "LogMaxCount", offsetof(tagAttribute, m_LogMaxCount), 1, CountRule},
+    {"bufferSize", "bufferSize", offsetof(tagAttribute, m_BufferSize), 1024, BufferRule},
+    {"writeInterval", "writeInterval", offsetof(tagAttribute, m_WriteInterval), 1, IntervalRule},
+};
+constexpr size_t kWordCount = sizeof(kWords) / sizeof(kWords[0]);
+constexpr size_t kCountWord = 2;        // logMaxCount
+constexpr size_t kFirstBufferWord = 3;  // LogFilePath is written before it
+
+// What the file says; kKeep or an empty text where it says nothing.
+struct tagFileSettings {
+  int m_Switches[kSwitchCount];
+  int m_Words[kWordCount];  // in the file's units
+  int m_Levels[kLevelCount];
+  int m_LogIndex;
+  std::string m_LogPath;
+  std::string m_FileNames[kSlotCount];
+};
+
+// One caller of ConfigFileInitialize at a time; the next one waits for its end.
+pthread_mutex_t s_InitializeMutex = PTHREAD_MUTEX_INITIALIZER;
+
+class CInitializeGuard {
+ public:
+  CInitializeGuard() { ::pthread_mutex_lock(&s_InitializeMutex); }
+  ~CInitializeGuard() { ::pthread_mutex_unlock(&s_InitializeMutex); }
+  CInitializeGuard(const CInitializeGuard&) = delete;
+  CInitializeGuard& operator=(const CInitializeGuard&) = delete;
+};
+
+// A name with a line end inside has no header line, and so no section.
+bool CanNameSection(const char* name) {
+  return xini_node_t::is_sline(xini_node_t::trim_xstr(name, kBlanksAndBrackets));
+}
+
+uint8_t LevelBit(eLogLevel level) {
+  return static_cast<uint8_t>(1U << level);
+}
+
+void ApplySwitches(tagAttribute& attribute, const int (&switches)[kSwitchCount]) {
+  for (size_t i = 0; i < kSwitchCount; ++i) {
+    if (switches[i] == kKeep) continue;
+    RelaxedStore(attribute.*kSwitches[i].m_Field, switches[i] == 1 ? 1 : 0);
+  }
+}
+
+void ApplyLevels(uint8_t& mask, const int (&levels)[kLevelCount]) {
+  for (size_t i = 0; i < kLevelCount; ++i) {
+    if (levels[i] == kKeep) continue;
+    const uint8_t bit = LevelBit(kLevels[i].m_Level);
+    if (levels[i] == 1) {
+      RelaxedOr(mask, bit);
+    } else {
+      RelaxedAnd(mask, static_cast<uint8_t>(~bit));
+    }
+  }
+}
+
+// A text with a NUL inside comes from a damaged file; what stands before it would be another path.
+std::string ReadText(xini_section_t& section, const char* key) {
+  const std::string& text = section[key].value();
+  return text.find('\0') == std::string::npos ? text : std::string();
+}
+
+void ReadFileIndex(xini_file_t& document, int slots, tagFileSettings& settings) {
+  settings.m_LogIndex = document[kGlobalSection]["LogIndex"].get_nvalue<int>();
+  for (int i = 0; i < slots && i < kSlotCount; ++i) {
+    char key[24];
+    std::snprintf(key, sizeof(key), "fileName_%d", i);
+    settings.m_FileNames[i] = ReadText(document[kFileSection], key);
+  }
+}
+
+// count: the files kept when the file does not say.
+void ReadSettings(CGlobal& context, xini_file_t& document, int count, tagFileSettings& settings) {
+  xini_section_t& global = document[kGlobalSection];
+  global["Version"] = kVersionText;
+  for (size_t i = 0; i < kSwitchCount; ++i) {
+    settings.m_Switches[i] = global[kSwitches[i].m_Key].get_nvalue<int>();
+  }
+  for (size_t i = 0; i < kWordCount; ++i) {
+    settings.m_Words[i] = kWords[i].m_Rule(global[kWords[i].m_ReadKey].get_nvalue<int>());
+  }
+  for (size_t i = 0; i < kLevelCount; ++i) {
+    settings.m_Levels[i] = context.GetKeyValue(&document, kLevels[i].m_Key, kGlobalSection);
+  }
+  settings.m_LogPath = ReadText(global, "LogFilePath");
+  const int read = settings.m_Words[kCountWord];
+  ReadFileIndex(document, read == kKeep ? count : read, settings);
+}
+
+// Bytes of the file, at most INT_MAX; 0 when there is none.
+int MeasureFile(const std::string& path) {
+  struct stat status;
+  std::memset(&status, 0, sizeof(status));
+  if (::stat(path.c_str(), &status) != 0) return errno == EOVERFLOW ? INT_MAX : 0;
+  return status.st_size < INT_MAX ? static_cast<int>(status.st_size) : INT_MAX;
+}
+
+// After the log path, against which the names are held.
+void RestoreRing(COutput& output, const tagFileSettings& settings, int slots) {
+  for (int i = 0; i < slots && i < kSlotCount; ++i) {
+    const std::string& name = settings.m_FileNames[i];
+    if (!name.empty()) output.SetLogName(i, name.c_str());
+    if (i == settings.m_LogIndex) output.SetCurrentFileInfo(i, MeasureFile(name));
+  }
+}
+
+void WriteLevels(xini_section_t& section, uint8_t mask) {
+  for (const tagLevelKey& level : kLevels) {
+    section[level.m_Key].set_nvalue<int>((mask & LevelBit(level.m_Level)) != 0 ? 1 : 0);
+  }
+}
+
+void WriteWord(xini_section_t& section, const tagWordKey& key, const tagAttribute& attribute) {
+  uint32_t value;
+  std::memcpy(&value, reinterpret_cast<const char*>(&attribute) + key.m_Offset, sizeof(value));
+  section[key.m_WriteKey].set_nvalue<int>(static_cast<int>(value / key.m_Scale));
+}
+
+void WriteModule(xini_section_t& section, const tagAttribute& record) {
+  section["OutputDateTime"].set_nvalue<int>(1);
+  section["OutputThreadID"].set_nvalue<int>(RelaxedLoad(record.m_OutputThreadID) != 0 ? 1 : 0);
+  WriteLevels(section, RelaxedLoad(record.m_LevelMask));
+}
+
+}  // namespace
+
+int CGlobal::ConfigFileInitialize() {
+  const CInitializeGuard guard;
+  if (RelaxedLoad(s_ConfigLoaded)) return eResultInvalid;
+  char path[kConfigPathBytes];
+  GetConfigFilePath(path);
+  int result = eResultInvalid;
+  if (path[0] != '\0') {
+    tagAttribute current;
+    CopyAttribute(current);
+    const int count = static_cast<int>(current.m_LogMaxCount);
+    tagFileSettings settings;
+    result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+      ReadSettings(*this, document, count, settings);
+    });
+    if (result == eResultSuccess) {
+      ApplySwitches(m_Attribute, settings.m_Switches);
+      for (size_t i = 0; i < kWordCount; ++i) {
+        if (settings.m_Words[i] == kKeep) continue;
+        // Modulo 2^32: the file's numbers have no bounds of their own.
+        StoreWord(kWords[i].m_Offset,
+                  static_cast<uint32_t>(settings.m_Words[i]) * kWords[i].m_Scale);
+      }
+      ApplyLevels(m_Attribute.m_LevelMask, settings.m_Levels);
+      if (!settings.m_LogPath.empty()) SetLogPath(settings.m_LogPath.c_str());
+      const int read = settings.m_Words[kCountWord];
+      RestoreRing(m_Output, settings, read == kKeep ? count : read);
+    }
+  }
+  m_Output.Start();
+  RelaxedStore(s_ConfigLoaded, true);
+  return result;
+}
+
+int CGlobal::GetKeyValue(xini_file_t* doc, const char* key, const char* section) {
+  if (doc == nullptr || key == nullptr) return kKeep;
+  if (!xini_keyvalue_t::check_kname(xini_node_t::trim_xstr(key, kBlanks))) return kKeep;
+  if (section != nullptr && CanNameSection(section)) {
+    const int value = (*doc)[section][key].get_nvalue<int>();
+    if (value != kKeep) return value;
+  }
+  return (*doc)[kGlobalSection][key].get_nvalue<int>();
+}
+
+int CGlobal::ReadAttributeByConfigFile(const char* module, tagAttribute& attribute,
+                                       const char* version) {
+  char path[kConfigPathBytes];
+  GetConfigFilePath(path);
+  if (module == nullptr || path[0] == '\0') return eResultInvalid;
+  if (version == nullptr) version = "";
+  std::printf("************************ module = %s, version = %s\n", module, version);
+  int levels[kLevelCount];
+  bool isRead = false;
+  const int result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+    if (!CanNameSection(module)) return;
+    document[module]["Version"] = version;
+    for (size_t i = 0; i < kLevelCount; ++i) {
+      levels[i] = GetKeyValue(&document, kLevels[i].m_Key, module);
+    }
+    isRead = true;
+  });
+  if (result != eResultSuccess) return result;
+  if (!isRead) return eResultInvalid;
+  ApplyLevels(attribute.m_LevelMask, levels);
+  return eResultSuccess;
+}
+
+int CGlobal::SaveAttribute2File(const char* name) {
+  char path[kConfigPathBytes];
+  GetConfigFilePath(path);
+  if (path[0] == '\0' || name == nullptr || *name == '\0') return eResultInvalid;
+  if (ContainsIgnoreCase(kGlobalSection, name)) return SaveGlobalAtri();
+  if (ContainsIgnoreCase(kEverything, name)) {
+    const int result = SaveGlobalAtri();
+    if (result != eResultSuccess) return result;
+  }
+  return SaveMoudleAttri2File(name);
+}
+
+int CGlobal::SaveGlobalAtri() {
+  char path[kConfigPathBytes];
+  GetConfigFilePath(path);
+  tagAttribute attribute;
+  CopyAttribute(attribute);
+  return EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+    xini_section_t& global = document[kGlobalSection];
+    for (const tagSwitchKey& key : kSwitches) {
+      global[key.m_Key].set_nvalue<int>(attribute.*key.m_Field != 0 ? 1 : 0);
+    }
+    // A save always switches the date-time prefix on.
+    RelaxedStore(m_Attribute.m_OutputDateTime, 1);
+    global["OutputDateTime"].set_nvalue<int>(1);
+    global["OutputThreadID"].set_nvalue<int>(attribute.m_OutputThreadID != 0 ? 1 : 0);
+    for (size_t i = 0; i < kFirstBufferWord; ++i)
+      WriteWord(global, kWords[i], attribute);
+    const size_t length = ::strnlen(attribute.m_LogPath, kLogPathBytes);
+    global["LogFilePath"] = std::string(attribute.m_LogPath, length).c_str();
+    for (size_t i = kFirstBufferWord; i < kWordCount; ++i)
+      WriteWord(global, kWords[i], attribute);
+    WriteLevels(global, attribute.m_LevelMask);
+  });
+}
+
+int CGlobal::SaveMoudleAttri2File(const char* name) {
+  if (name == nullptr) return eResultInvalid;
+  char path[kConfigPathBytes];
+  GetConfigFilePath(path);
+  const bool isAll = ContainsIgnoreCase(kEverything, name);
+  const auto isChosen = [&](const tagModuleNode* node) {
+    return isAll || ContainsIgnoreCase(node->m_Name, name);
+  };
+  for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
+    if (!isChosen(node)) continue;
+    std::printf("**************************** module = %s\n", node->m_Name);
+    // The record that the name finds, which may be another module's.
+    RelaxedStore(GetAttribute(node->m_Name)->m_OutputDateTime, 1);
+  }
+  return EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+    for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
+      if (!isChosen(node) || !CanNameSection(node->m_Name)) continue;
+      WriteModule(document[node->m_Name], *GetAttribute(node->m_Name));
+    }
+  });
+}
+
+}  // namespace Kelvik
