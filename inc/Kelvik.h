@@ -9,8 +9,8 @@
 //
 // All functions return an eResult as int. Unless a function says otherwise:
 // - Any thread may call it at any time, also several at once. None may be called from a signal
-//   handler. After the process has begun to destroy its static objects, and in a thread that still
-//   runs then, every function returns eResultFailure and does nothing.
+//   handler. At exit the context ends when static objects are destroyed; from then on, in a static
+//   destructor or a thread that still runs, every function returns eResultFailure and does nothing.
 // - The first call of any function creates the process-wide context, with its defaults: terminal
 //   on, syslog and file off, levels error and fatal, date-time on, thread id off, location on, log
 //   path "/tmp/", files of 1 MiB, 2 of them.

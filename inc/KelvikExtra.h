@@ -32,8 +32,8 @@ struct tagKelvikStatistics {
 // caller's header has it. Fields that the library is too old to know are left as they are: a field
 // is filled when it ends within m_Size bytes.
 // Any thread may call it at any time; it does not wait for the disk. Returns eResultInvalid when
-// statistics is null or size is smaller than the record's first version (64), eResultFailure when
-// the process is destroying its static objects, else eResultSuccess.
+// statistics is null or size is smaller than the record's first version (64), eResultFailure once
+// the context has ended at exit, else eResultSuccess.
 KELVIK_API int KelvikExtra_GetStatistics(struct tagKelvikStatistics* statistics, unsigned int size);
 
 #ifdef __cplusplus

@@ -20,8 +20,8 @@ static_assert(offsetof(tagKelvikStatistics, m_Rotations) == 56, "no field ever m
 }  // namespace
 
 int KelvikExtra_GetStatistics(tagKelvikStatistics* statistics, unsigned int size) {
-  if (statistics == nullptr || size < kFirstStatisticsBytes) return eResultInvalid;
   return Kelvik::Guarded([&]() -> int {
+    if (statistics == nullptr || size < kFirstStatisticsBytes) return eResultInvalid;
     Kelvik::tagOutputStatistics counters = {};
     Kelvik::CGlobal::Instance()->GetOutput().GetStatistics(counters);
     const size_t filled = std::min<size_t>(size, sizeof(tagKelvikStatistics));

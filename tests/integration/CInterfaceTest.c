@@ -193,7 +193,7 @@ static void StatisticsAreSizeVersioned(void) {
   CHECK_INT(0, KelvikExtra_GetStatistics(&record.known, (unsigned int)sizeof(record)));
   CHECK_INT(64, record.known.m_Size);
   CHECK_INT(0, record.known.m_LastError);
-  CHECK_INT(0, (long)record.known.m_OpenErrors);
+  CHECK_INT(0, record.known.m_OpenErrors);
   for (i = 0; i < sizeof(record.later); i++)
     CHECK_INT(0x5a, record.later[i]);
 }

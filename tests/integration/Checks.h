@@ -14,7 +14,8 @@ enum { kPrintedBytes = 16384 };
 static int s_Failures;
 static int s_CaptureFd = -1;
 
-#define CHECK_INT(expected, actual) CheckInt((expected), (actual), #actual, __FILE__, __LINE__)
+#define CHECK_INT(expected, actual) \
+  CheckInt((long)(expected), (long)(actual), #actual, __FILE__, __LINE__)
 #define CHECK_PRINTED(expected) CheckPrinted((expected), __FILE__, __LINE__)
 
 static void CheckInt(long expected, long actual, const char* what, const char* file, int line) {
