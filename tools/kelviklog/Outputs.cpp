@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "Global.h"
 #include "Guard.h"
@@ -43,17 +44,23 @@ Kelvik::tagAttribute Settings() {
   return settings;
 }
 
-// What the library takes as the log path: it appends the files' names to it as it stands.
-std::string LogPath(const std::string& folder) {
-  return folder.back() == '/' ? folder : folder + '/';
+// What the library takes as the log path: it appends the files' names to it as it stands. Paths
+// that a configuration file keeps are absolute, so that they hold when the next run starts
+// elsewhere.
+std::string LogPath(const tagOptions& options) {
+  std::string path = *options.m_Folder;
+  if (options.m_Config && !path.empty()) {
+    path = std::filesystem::absolute(path).lexically_normal().string();
+  }
+  return path.empty() || path.back() == '/' ? path : path + '/';
 }
 
-bool CheckFolderName(const std::string& folder, std::string& problem) {
+bool CheckLogPath(const std::string& path, std::string& problem) {
   constexpr std::size_t kLimit = Kelvik::kLogPathBytes - 1;
-  if (folder.empty()) {
-    problem = "the folder's name is empty";
-  } else if (LogPath(folder).size() > kLimit) {
-    problem = "the folder's name is longer than " + std::to_string(kLimit) + " characters";
+  if (path.empty()) {
+    problem = "the name of the folder is empty";
+  } else if (path.size() > kLimit) {
+    problem = "the name of the folder has more than " + std::to_string(kLimit) + " characters";
   } else {
     return true;
   }
@@ -77,7 +84,7 @@ int FlushTerminal() {
 }  // namespace
 
 int COutputs::Start(std::string& problem) {
-  if (m_Options.m_Folder && !CheckFolderName(*m_Options.m_Folder, problem)) {
+  if (m_Options.m_Folder && !CheckLogPath(LogPath(m_Options), problem)) {
     return kExitFailed;
   }
   for (const int level :
@@ -126,7 +133,7 @@ void COutputs::ApplyOptions() const {
     Switch(eAttributeOther, eOtherThreadId, true);
   }
   if (m_Options.m_Folder) {
-    const std::string path = LogPath(*m_Options.m_Folder);
+    const std::string path = LogPath(m_Options);
     SetAttribute(eAttributeOther, eOtherLogPath, path.c_str(), static_cast<int>(path.size()));
   }
   if (m_Options.m_SizeKib) {
