@@ -1,0 +1,366 @@
+// The command datagram server: how it starts, what it takes for a command, how it ends.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "ChildProcess.h"
+#include "ConsoleClient.h"
+#include "ConsoleTools.h"
+
+namespace Kelvik {
+namespace {
+
+void SwitchDateTimeOff() {
+  Context().GetAttribute()->m_OutputDateTime = 0;
+}
+
+std::string SocketReport(int line, int descriptor, int error) {
+  return Report("Console Create " + std::to_string(line) + " Failed:" + std::to_string(descriptor) +
+                " syserr:" + std::to_string(error) + " " + std::strerror(error));
+}
+
+void ExpectStopped(const CConsole& console) {
+  EXPECT_FALSE(console.m_Running);
+  EXPECT_EQ(-1, console.m_Socket);
+  EXPECT_FALSE(console.m_Worker.IsRunning());
+}
+
+// --- Start ---
+
+CHILD_CASE(FreshConsole) {
+  CConsole console;
+  ExpectStopped(console);
+  EXPECT_EQ(0, console.Destroy());
+  EXPECT_EQ(0, console.Initialize());
+  EXPECT_EQ(1, console.RunTask());
+  ExpectStopped(console);
+  EXPECT_EQ(0, NetworkConsoleDestroy());
+  return 0;
+}
+TEST(Console, IsStoppedUntilItIsCreated) {
+  EXPECT_TRUE(Succeeded(RunChild("FreshConsole")));
+}
+
+CHILD_CASE(CreatedConsole) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const int before = OpenDescriptors();
+  const uint16_t port = FindFreePort();
+  EXPECT_EQ(0, NetworkConsoleCreate("127.0.0.1", port));
+  const CConsole& console = TheConsole();
+  EXPECT_TRUE(console.m_Running);
+  EXPECT_GE(console.m_Socket, 3);
+  EXPECT_NE(0, fcntl(console.m_Socket, F_GETFD) & FD_CLOEXEC);
+  EXPECT_EQ(port, PortOf(console.m_Socket));
+  int reuse = 0;
+  socklen_t length = sizeof(reuse);
+  EXPECT_EQ(0, getsockopt(console.m_Socket, SOL_SOCKET, SO_REUSEADDR, &reuse, &length));
+  EXPECT_EQ(1, reuse);
+  sockaddr_in local = {};
+  length = sizeof(local);
+  EXPECT_EQ(0, getsockname(console.m_Socket, reinterpret_cast<sockaddr*>(&local), &length));
+  EXPECT_EQ(htonl(INADDR_LOOPBACK), local.sin_addr.s_addr);
+
+  EXPECT_EQ("", printed.Take());
+  EXPECT_EQ(6, NetworkConsoleCreate("127.0.0.1", port));
+  EXPECT_EQ(Report("Console Create 41 console already running"), printed.Take());
+  EXPECT_TRUE(CConsoleClient(port).IsSomeoneThere());
+
+  EXPECT_EQ(0, NetworkConsoleDestroy());
+  ExpectStopped(console);
+  EXPECT_EQ(before, OpenDescriptors());
+  EXPECT_FALSE(CConsoleClient(port).IsSomeoneThere());
+  EXPECT_EQ(0, NetworkConsoleDestroy());
+  return 0;
+}
+TEST(Console, CreateBindsOnceAndDestroyLeavesNothingOpen) {
+  EXPECT_TRUE(Succeeded(RunChild("CreatedConsole")));
+}
+
+CHILD_CASE(DefaultPort) {
+  EXPECT_EQ(0, NetworkConsoleCreate(nullptr, 0));
+  EXPECT_EQ(8799, PortOf(TheConsole().m_Socket));
+  CConsoleClient client(8799);
+  EXPECT_TRUE(client.Send("-logcount 7"));
+  EXPECT_TRUE(WaitUntil(
+      [] {
+        tagAttribute now;
+        Context().CopyAttribute(now);
+        return now.m_LogMaxCount == 7;
+      },
+      5000));
+  EXPECT_EQ(0, Kelvik_NetworkConsoleDestroy());
+  // Only the low 16 bits of the port count.
+  EXPECT_EQ(0, Kelvik_NetworkConsoleCreate(nullptr, 0x10000u));
+  EXPECT_EQ(8799, PortOf(TheConsole().m_Socket));
+  return 0;
+}
+TEST(Console, NullAddressAndPortZeroMeanLoopbackPort8799) {
+  EXPECT_TRUE(Succeeded(RunChild("DefaultPort")));
+}
+
+CHILD_CASE(BadAddresses) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const int before = OpenDescriptors();
+  for (const char* address : {"", "localhost", "256.0.0.1", "127.0.0.1.1", "127.0.0.x", "::1",
+                              "no address", "192.0.2.1"}) {
+    SCOPED_TRACE(address);
+    EXPECT_EQ(5, NetworkConsoleCreate(address, FindFreePort()));
+    const std::string text = printed.Take();
+    EXPECT_EQ(0u, text.find("\033[33m[Kelvik][Internal] Console Create 88 Failed:")) << text;
+    const std::string end = " syserr:" + std::to_string(EADDRNOTAVAIL) + " " +
+                            std::strerror(EADDRNOTAVAIL) + "\n\033[0m";
+    EXPECT_NE(std::string::npos, text.find(end)) << text;
+    ExpectStopped(TheConsole());
+    EXPECT_EQ(before, OpenDescriptors());
+  }
+  EXPECT_EQ(0, NetworkConsoleCreate("127.0.0.1", FindFreePort()));
+  return 0;
+}
+TEST(Console, AddressThatCannotBeBoundIsReportedAsTheBind) {
+  EXPECT_TRUE(Succeeded(RunChild("BadAddresses")));
+}
+
+CHILD_CASE(PortInUse) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const int holder = BindPlainSocket(0);
+  const uint16_t port = PortOf(holder);
+  EXPECT_EQ(5, NetworkConsoleCreate(nullptr, port));
+  EXPECT_EQ(SocketReport(88, holder + 1, EADDRINUSE), printed.Take());
+  ExpectStopped(TheConsole());
+  close(holder);
+  EXPECT_EQ(0, NetworkConsoleCreate(nullptr, port));
+  return 0;
+}
+TEST(Console, PortInUseIsReportedAsTheBind) {
+  EXPECT_TRUE(Succeeded(RunChild("PortInUse")));
+}
+
+CHILD_CASE(DescriptorZero) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const int before = OpenDescriptors();
+  close(0);
+  EXPECT_EQ(5, NetworkConsoleCreate(nullptr, FindFreePort()));
+  EXPECT_EQ(SocketReport(62, 0, 0), printed.Take());
+  EXPECT_EQ(before - 1, OpenDescriptors());
+  ExpectStopped(TheConsole());
+  return 0;
+}
+TEST(Console, DescriptorZeroIsRefused) {
+  EXPECT_TRUE(Succeeded(RunChild("DescriptorZero")));
+}
+
+CHILD_CASE(LowDescriptors) {
+  const int errors = dup(2);
+  close(2);
+  EXPECT_EQ(0, NetworkConsoleCreate(nullptr, FindFreePort()));
+  EXPECT_GE(TheConsole().m_Socket, 3);
+  EXPECT_NE(0, fcntl(TheConsole().m_Socket, F_GETFD) & FD_CLOEXEC);
+  EXPECT_EQ(-1, fcntl(2, F_GETFD));
+  dup2(errors, 2);
+  return 0;
+}
+TEST(Console, SocketStaysClearOfTheStandardStreams) {
+  EXPECT_TRUE(Succeeded(RunChild("LowDescriptors")));
+}
+
+CHILD_CASE(NoDescriptors) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const int probe = dup(0);
+  close(probe);
+  const rlimit none = {static_cast<rlim_t>(probe), static_cast<rlim_t>(probe)};
+  EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+  EXPECT_EQ(5, NetworkConsoleCreate(nullptr, 20000));
+  EXPECT_EQ(SocketReport(62, -1, EMFILE), printed.Take());
+  ExpectStopped(TheConsole());
+  return 0;
+}
+TEST(Console, MissingSocketIsReported) {
+  EXPECT_TRUE(Succeeded(RunChild("NoDescriptors")));
+}
+
+// The socket is the last descriptor that there is; the worker's time-out replaces the wake-up.
+CHILD_CASE(LastDescriptor) {
+  const uint16_t port = FindFreePort();
+  const int probe = dup(0);
+  close(probe);
+  const rlim_t most = static_cast<rlim_t>(probe) + 1;
+  const rlimit one = {most, most};
+  EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &one));
+  EXPECT_EQ(0, NetworkConsoleCreate(nullptr, port));
+  const int64_t start = RealClockMs();
+  EXPECT_EQ(0, NetworkConsoleDestroy());
+  EXPECT_LE(RealClockMs() - start, ScaledMs(1100));
+  ExpectStopped(TheConsole());
+  return 0;
+}
+TEST(Console, OneDescriptorIsEnough) {
+  EXPECT_TRUE(Succeeded(RunChild("LastDescriptor")));
+}
+
+class CWaitingTask : public CThread::IExecute {
+ public:
+  int RunTask() override {
+    PauseMs(1);
+    return 0;
+  }
+};
+
+CHILD_CASE(ThreadRefused) {
+  CWaitingTask task;
+  CConsole console;
+  const int before = OpenDescriptors();
+  EXPECT_EQ(0, console.m_Worker.Create(&task));
+  const uint16_t port = FindFreePort();
+  EXPECT_EQ(6, console.Create(nullptr, port));
+  EXPECT_FALSE(console.m_Running);
+  EXPECT_EQ(-1, console.m_Socket);
+  EXPECT_EQ(before, OpenDescriptors());
+  EXPECT_EQ(0, console.Destroy());
+  EXPECT_EQ(0, console.Create(nullptr, port));
+  return 0;
+}
+TEST(Console, ThreadsRefusalIsCreatesResult) {
+  EXPECT_TRUE(Succeeded(RunChild("ThreadRefused")));
+}
+
+CHILD_CASE(ManyDescriptors) {
+  rlimit limit = {};
+  EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+  limit.rlim_cur = 1200;
+  EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+  while (dup(0) < 1100) {
+  }
+  CTestConsole console;
+  EXPECT_GT(TheConsole().m_Socket, 1024);
+  EXPECT_TRUE(console.Obey("-logcount 7"));
+  return 0;
+}
+TEST(Console, DescriptorsPast1024Work) {
+  EXPECT_TRUE(Succeeded(RunChild("ManyDescriptors")));
+}
+
+CHILD_CASE(TwoConsoles) {
+  CTestConsole first;
+  CConsole second;
+  EXPECT_EQ(0, second.Create(nullptr, first.Port()));
+  return 0;
+}
+TEST(Console, PortOfAnotherConsoleCanBeBound) {
+  EXPECT_TRUE(Succeeded(RunChild("TwoConsoles")));
+}
+
+// --- Framing ---
+
+std::string Line(const std::string& text) {
+  return "[Kelvik] [Internal] " + text + "\n";
+}
+
+CHILD_CASE(Framing) {
+  CPrintedText printed;
+  CTestConsole console;
+  const std::string magic = "\xF9\x51";
+  const std::string zero(1, '\0');
+  const struct {
+    const char* m_Name;
+    std::string m_Bytes;
+    std::string m_Printed;
+  } cases[] = {
+      {"empty", "", ""},
+      {"one byte", "\xF9", Line("receive length:1 is error.")},
+      {"four bytes", magic + zero + "\x01", Line("receive length:4 is error.")},
+      {"five bytes", magic + zero + "\x01x", Line("receive command: x, length: 1")},
+      {"length 0", magic + zero + zero + "x", Line("receive:5 command length:0 is error.")},
+      {"short length", magic + zero + "\x01xy", Line("receive:6 command length:1 is error.")},
+      {"long length", magic + zero + "\x03xy", Line("receive:6 command length:3 is error.")},
+      {"little-endian magic", "\x51\xF9" + zero + "\x01x",
+       Line("receive command magic:51f9 is error.")},
+      {"magic and length wrong", "\x01\x02" + zero + zero + "x",
+       Line("receive command magic:102 is error.")},
+      {"text magic", "-printf 0", Line("receive command magic:2d70 is error.")},
+      {"longest text", Frame(std::string(2044, 'a')),
+       Line("receive command: " + std::string(2044, 'a') + ", length: 2044")},
+      {"one byte too long", Frame(std::string(2045, 'a')),
+       Line("receive:2048 command length:2045 is error.")},
+      {"much too long", Frame(std::string(9000, 'a')),
+       Line("receive:2048 command length:9000 is error.")},
+      {"cut to a command", magic + "\x07\xFC" + std::string(3000, 'b'),
+       Line("receive command: " + std::string(2044, 'b') + ", length: 2044")},
+      {"zero in the text", Frame("ab" + zero + "cd"), Line("receive command: ab, length: 5")},
+      {"blanks", Frame("   "), Line("receive command:    , length: 3")},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.m_Name);
+    EXPECT_TRUE(console.Client().SendRaw(row.m_Bytes));
+    EXPECT_TRUE(console.Sync());
+    EXPECT_EQ(row.m_Printed, TakePrinted(printed));
+  }
+  return 0;
+}
+TEST(Console, EveryFramingFaultIsPrintedAndTheDatagramDropped) {
+  EXPECT_TRUE(Succeeded(RunChild("Framing")));
+}
+
+// The descriptor is exchanged for one that is always readable and cannot be received from.
+CHILD_CASE(FailedReceive) {
+  CPrintedText printed;
+  CTestConsole console;
+  const int socket = TheConsole().m_Socket;
+  const int kept = fcntl(socket, F_DUPFD_CLOEXEC, 3);
+  const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+  EXPECT_EQ(socket, dup2(null, socket));
+  const std::string line = Line("receive command magic:0 is error.");
+  std::string text;
+  EXPECT_TRUE(WaitUntil(
+      [&] {
+        text += printed.Take();
+        return text.find(line + line) != std::string::npos;
+      },
+      5000));
+  EXPECT_EQ(socket, dup2(kept, socket));
+  EXPECT_TRUE(console.Sync());
+  return 0;
+}
+TEST(Console, FailedReceiveIsPrintedAsMagicZeroAndTheLoopGoesOn) {
+  EXPECT_TRUE(Succeeded(RunChild("FailedReceive")));
+}
+
+// --- Order and pace ---
+
+int CollectNumber(int value, void* list) {
+  static_cast<std::vector<int>*>(list)->push_back(value);
+  return 0;
+}
+
+CHILD_CASE(OrderAndPace) {
+  std::vector<int> numbers;
+  CTestConsole console;
+  EXPECT_EQ(0, ModuleSetParamRegister("net", "number", &CollectNumber, &numbers));
+  constexpr int kCount = 30;
+  std::vector<int> expected;
+  const int64_t start = RealClockMs();
+  for (int i = 0; i < kCount; ++i) {
+    EXPECT_TRUE(console.Client().Send("-set net number " + std::to_string(i)));
+    expected.push_back(i);
+  }
+  EXPECT_TRUE(console.Sync());
+  EXPECT_GE(RealClockMs() - start, kCount * 10);
+  EXPECT_EQ(expected, numbers);
+  return 0;
+}
+TEST(Console, DatagramsAreHandledInOrderTenMillisecondsApart) {
+  EXPECT_TRUE(Succeeded(RunChild("OrderAndPace")));
+}
+
+}  // namespace
+}  // namespace Kelvik
