@@ -1,5 +1,6 @@
 #include "TimeStamp.h"
 
+#include <pthread.h>
 #include <sys/time.h>
 #include <time.h>
 
@@ -68,12 +69,23 @@ tagAbsoluteTime FromBrokenDown(const struct tm& local) {
   return time;
 }
 
+// tzset exchanges the C library's zone under a lock of its own, which a thread sanitizer cannot
+// see. Taken at most once a second by each thread, with nothing else locked inside.
+pthread_mutex_t s_ZoneLock = PTHREAD_MUTEX_INITIALIZER;
+
+bool ToLocalTime(time_t second, struct tm& local) {
+  pthread_mutex_lock(&s_ZoneLock);
+  tzset();  // localtime_r alone need not notice a changed TZ
+  const bool converted = localtime_r(&second, &local) != nullptr;
+  pthread_mutex_unlock(&s_ZoneLock);
+  return converted;
+}
+
 // Fills the cache for a second. A second that cannot be converted is not kept.
 bool ConvertSecond(tagSecondText& cache, time_t second) {
   cache.m_HeadLength = 0;
-  tzset();  // localtime_r alone need not notice a changed TZ
   struct tm local;
-  if (localtime_r(&second, &local) == nullptr) return false;
+  if (!ToLocalTime(second, local)) return false;
   cache.m_Time = FromBrokenDown(local);
   const int length = FormatTime(cache.m_Time, cache.m_Text, kDateTimeBytes);
   cache.m_Second = second;
