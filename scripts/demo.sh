@@ -1,6 +1,7 @@
 #!/bin/sh
 # Shows the main job on real input: the machine's own text through kelviklog to the coloured terminal
-# and into a ring of small files. Asks nothing; leaves only build/ behind.
+# and into a ring of small files, which a second kelviklog goes on with. Asks nothing; leaves only
+# build/ behind.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 . scripts/lib.sh
@@ -48,15 +49,15 @@ fi
 
 # A line's level stands before it, as service managers write it: <3> error, <4> warning, <6> info,
 # <7> debug.
-awk '
+LC_ALL=C tr -d '\000' < "$work/text" | LC_ALL=C cut -b 1-1000 | LC_ALL=C awk '
   { word = tolower($0) }
   word ~ /panic|emerg|fatal/                { print "<2>" $0; next }
-  word ~ /error|fail|denied|cannot|unable/  { print "<3>" $0; next }
-  word ~ /warn|deprecat|half-|retry|missing/ { print "<4>" $0; next }
+  word ~ /error|fail|denied|cannot|unable|half-/ { print "<3>" $0; next }
+  word ~ /warn|deprecat|retry|missing/      { print "<4>" $0; next }
   word ~ /debug|status|-t |unpack/          { print "<7>" $0; next }
-                                            { print "<6>" $0 }' "$work/text" > "$work/levels"
+                                            { print "<6>" $0 }' > "$work/levels"
 
-# Enough of it to turn the ring several times.
+# Enough of it to turn the ring several times; the last file and a half of it come after the restart.
 copies=0
 while [ $copies -lt 200 ] && { [ ! -f "$work/input" ] ||
   [ "$(wc -c < "$work/input")" -lt $((ring_files * ring_kib * 1024 * 3)) ]; }; do
@@ -64,33 +65,73 @@ while [ $copies -lt 200 ] && { [ ! -f "$work/input" ] ||
   copies=$((copies + 1))
 done
 lines=$(wc -l < "$work/input")
+bytes=$(wc -c < "$work/input")
+# A record is 35 bytes longer than its line: a time, the names and blanks for a level.
+later=$((lines * ring_kib * 1024 * 3 / 2 / (bytes + lines * 35) + 1))
+head -n $((lines - later)) "$work/input" > "$work/first"
+tail -n $later "$work/input" > "$work/second"
 
-say "The first lines of $source on the terminal, coloured by level"
-head -n 12 "$work/levels" | cut -c1-110 |
-  $kelviklog --module demo --title text --priority-prefix --terminal --no-file || exit 1
+config=$work/demo.ini
+log_to_ring() {
+  "$kelviklog" --module demo --title text --priority-prefix --no-terminal --dir "$work/ring" \
+    --size $ring_kib --count $ring_files --config "$config" "$1"
+}
 
-say "$lines lines into a ring of $ring_files files of $ring_kib KiB"
+# The ring's files from the oldest to the newest, as the configuration file lists them.
+ring() {
+  awk -F= '
+    $1 == "LogIndex"     { newest = $2 }
+    $1 ~ /^fileName_/    { sub(/^fileName_/, "", $1); path[$1 + 0] = $2; if ($1 + 1 > n) n = $1 + 1 }
+    END { for (i = 1; i <= n; i++) { k = (newest + i) % n; if (path[k] != "") print path[k] } }' \
+    "$config"
+}
+
+show_ring() {
+  for path in $(ring); do
+    printf '%8d bytes  %s  %s\n' "$(wc -c < "$path")" "$(basename "$path")" \
+      "$(head -n 1 "$path" | cut -c 12-23) to $(tail -n 1 "$path" | cut -c 12-23)"
+  done
+}
+
+say "Some lines of $source on the terminal, coloured by level"
+{
+  head -n 6 "$work/levels"
+  for level in 3 2; do
+    grep "^<$level>" "$work/levels" | head -n 3
+  done
+} | cut -c 1-80 |
+  "$kelviklog" --module demo --title text --priority-prefix || exit 1
+
+say "$((lines - later)) lines into a ring of $ring_files files of $ring_kib KiB, oldest file first"
 mkdir "$work/ring"
-$kelviklog --module demo --title text --priority-prefix --no-terminal --file --dir "$work/ring" \
-  --size $ring_kib --count $ring_files < "$work/input" || exit 1
-ls -l "$work/ring" | awk 'NR > 1 { printf "%8d bytes  %s\n", $5, $NF }'
+log_to_ring "$work/first" || exit 1
+show_ring
+newest=$(ring | tail -n 1)
+seam=$(wc -l < "$newest")
+
+say "kelviklog starts anew with the same configuration file and logs $later lines more"
+log_to_ring "$work/second" || exit 1
+show_ring
+echo "$(basename "$newest") was the newest: the second run went on behind its line $seam."
+tail -n +"$seam" "$newest" | head -n 2 | cut -c 1-110
 
 say "The last lines of the ring"
-files=$(ls "$work/ring" | wc -l)
-for name in $(ls -tr "$work/ring"); do
-  cat "$work/ring/$name"
-done > "$work/kept"
-tail -n 4 "$work/kept" | cut -c1-110
+ring | xargs cat > "$work/kept"
+tail -n 4 "$work/kept" | cut -c 1-110
 
-last=$(tail -n 1 "$work/input" | cut -c4-)
-if [ "$files" -gt $ring_files ] || ! tail -n 1 "$work/kept" | grep -qF -- "$last"; then
-  echo "The ring does not end with the input's last line, or holds $files files."
+# What is in the ring, without time and names, must be the end of what went in, without the levels.
+kept=$(wc -l < "$work/kept")
+files=$(ls "$work/ring" | wc -l)
+cut -d ' ' -f 4- "$work/kept" > "$work/kept-text"
+tail -n "$kept" "$work/input" | cut -c 4- > "$work/input-text"
+if [ "$files" -gt $ring_files ] || [ "$files" != "$(ring | wc -l)" ] ||
+  ! cmp -s "$work/kept-text" "$work/input-text"; then
+  echo "The ring is not the end of the input, or its folder holds $files files."
   exit 1
 fi
-kept=$(wc -l < "$work/kept")
 
 say "What you saw"
 echo "kelviklog gave each line a time, a module and a title, coloured it by its level, and wrote it" \
-  "to files that are renewed at $ring_kib KiB."
-echo "Of $lines lines the newest $kept are kept in $files files, the last line included, and the disk" \
+  "to files that are renewed at $ring_kib KiB; after its restart it went on in the file it had left."
+echo "Of $lines lines the newest $kept are kept, the last line included, in $files files, and the disk" \
   "never held more than $((ring_files * ring_kib)) KiB of them and one record a file."
