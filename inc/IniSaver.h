@@ -32,7 +32,8 @@ class xini_saver_t {
 
  private:
   static constexpr int kMaxLinks = 40;           // symbolic links followed before giving up
-  static constexpr int kMaxTemps = 10;           // savers of one file at the same time
+  static constexpr int kMaxTries = 4;            // while others exchange the file
+  static constexpr int kMaxTemps = 10;           // savers of one file at a time; one digit
   static constexpr std::size_t kMaxName = 255;   // bytes in a file name
   static constexpr std::size_t kMaxPath = 4096;  // bytes in a link's text
   static constexpr mode_t kPlainMode = 0666;     // of a new file, before the umask
@@ -65,7 +66,8 @@ class xini_saver_t {
     std::string name;
   };
 
-  // The functions below that return an int give 0 or an errno value.
+  // The functions below that return an int give 0 or an errno value, open_file a descriptor.
+  static int try_save(const std::string& path, const std::string& bytes, bool isLast);
   static int open_file(const std::string& path, int flags, mode_t mode = 0);
   static place_t cut(const std::string& path);
   static std::string follow_links(const std::string& path);
@@ -84,18 +86,28 @@ class xini_saver_t {
 };
 
 inline bool xini_saver_t::save(const std::string& path, const std::string& bytes) {
+  int error = ESTALE;
+  for (int tries = kMaxTries; tries > 0 && error == ESTALE; --tries) {
+    error = try_save(path, bytes, tries == 1);
+  }
+  return error == 0;
+}
+
+// ESTALE: the file was exchanged meanwhile, by another saver for one, and this is not the last try.
+inline int xini_saver_t::try_save(const std::string& path, const std::string& bytes, bool isLast) {
   const int flags = O_WRONLY | O_NOCTTY | O_CLOEXEC;
   fd_t file(open_file(path, flags));
+  if (!file.is_open() && errno != ENOENT) return errno;
   struct stat old {};
-  if (!file.is_open() && errno != ENOENT) return false;
-  if (file.is_open() && ::fstat(file.get(), &old) != 0) return false;
+  if (file.is_open() && ::fstat(file.get(), &old) != 0) return errno;
 
-  if (!file.is_open() || (S_ISREG(old.st_mode) && old.st_nlink == 1)) {
+  if (!file.is_open() || (S_ISREG(old.st_mode) && old.st_nlink <= 1)) {
     const int error = replace(follow_links(path), bytes, file.is_open() ? &old : nullptr);
-    if (!must_write_in_place(error)) return error == 0;
+    if (error == ESTALE && !isLast) return error;
+    if (!must_write_in_place(error)) return error;
   }
   if (!file.is_open()) file.reset(open_file(path, flags | O_CREAT, kPlainMode));
-  return file.is_open() && write_in_place(file.get(), bytes) == 0;
+  return file.is_open() ? write_in_place(file.get(), bytes) : errno;
 }
 
 inline int xini_saver_t::open_file(const std::string& path, int flags, mode_t mode) {
@@ -141,6 +153,7 @@ inline bool xini_saver_t::must_write_in_place(int error) {
     case EROFS:
     case EBUSY:
     case EXDEV:
+    case ESTALE:
     case ENOSYS:
     case ENOTSUP:
       return true;
@@ -171,13 +184,12 @@ inline int xini_saver_t::create_temp(const place_t& place, mode_t mode, fd_t& fi
   for (int number = 0; number < kMaxTemps; ++number) {
     temp = temp_path(place, number);
     file.reset(open_file(temp, flags, mode));
-    if (!file.is_open() && errno == EEXIST && remove_stray(temp)) {
+    if (!file.is_open() && errno == EEXIST) {
+      if (!remove_stray(temp)) continue;
       file.reset(open_file(temp, flags, mode));
+      if (!file.is_open() && errno == EEXIST) continue;
     }
-    if (!file.is_open()) {
-      if (errno == EEXIST) continue;
-      return errno;
-    }
+    if (!file.is_open()) return errno;
     // Another saver may have taken the file for a stray before it was locked: then it removes it.
     // A file system without locks is no hindrance: there, nobody can take it for a stray.
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) continue;
@@ -188,8 +200,8 @@ inline int xini_saver_t::create_temp(const place_t& place, mode_t mode, fd_t& fi
       return error;
     }
     if (made.st_nlink == 0) continue;
-    while (++number < kMaxTemps && remove_stray(temp_path(place, number)))
-      continue;
+    while (++number < kMaxTemps)
+      remove_stray(temp_path(place, number));
     return 0;
   }
   return EBUSY;
@@ -250,7 +262,7 @@ inline int xini_saver_t::replace(const std::string& target, const std::string& b
                                  const struct stat* old) {
   const place_t place = cut(target);
   if (place.name.empty()) return EISDIR;
-  if (!is_replaceable(target, old)) return EXDEV;
+  if (!is_replaceable(target, old)) return ESTALE;
   fd_t file(-1);
   std::string temp;
   int error = create_temp(place, old != nullptr ? kPrivateMode : kPlainMode, file, temp);
