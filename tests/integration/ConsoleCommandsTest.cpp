@@ -17,6 +17,7 @@
 #include "ConsoleTools.h"
 #include "Guard.h"
 #include "PseudoTerminal.h"
+#include "Relaxed.h"
 #include "SyslogCapture.h"
 #include "TempDir.h"
 
@@ -143,7 +144,7 @@ CHILD_CASE(Modules) {
   CTestConsole console;
   const tagAttribute global = GlobalSettings();
   const auto mask = [](const char* module) {
-    return static_cast<int>(Context().GetAttribute(module)->m_LevelMask);
+    return static_cast<int>(RelaxedLoad(Context().GetAttribute(module)->m_LevelMask));
   };
   const struct {
     const char* m_Text;
@@ -177,7 +178,7 @@ TEST(ConsoleCommands, LevelOfAModuleChangesThatModuleOnly) {
 CHILD_CASE(Refusals) {
   CPrintedText printed;
   CTestConsole console;
-  Context().GetAttribute()->m_OutputDateTime = 0;
+  RelaxedStore(Context().GetAttribute()->m_OutputDateTime, 0);
   const std::string path(257, 'p');
   for (const auto& [word, line] :
        {std::pair<const char*, int>{"-logpath ", 385}, {"-tty ", 407}, {"-focus ", 421}}) {

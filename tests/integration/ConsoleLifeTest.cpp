@@ -77,8 +77,8 @@ TEST(ConsoleLife, DestroyWaitsForARunningCallback) {
 // What a callback does to the console, letter by letter: d destroys, c creates.
 struct tagScript {
   const char* m_Steps;
-  uint16_t m_Port;
-  int m_Results = 0;  // the sum of what the calls returned
+  std::atomic<uint16_t> m_Port;
+  std::atomic<int> m_Results{0};  // the sum of what the calls returned
   std::atomic<int> m_Runs{0};
 };
 
@@ -88,12 +88,12 @@ int RunScript(int, void* state) {
   for (const char* step = script->m_Steps; *step != '\0'; ++step) {
     if (*step == 'd') {
       script->m_Results += NetworkConsoleDestroy();
-      EXPECT_EQ(-1, console.m_Socket);
-      EXPECT_FALSE(console.m_Running);
+      EXPECT_EQ(-1, RelaxedLoad(console.m_Socket));
+      EXPECT_FALSE(RelaxedLoad(console.m_Running));
     } else {
       script->m_Results += NetworkConsoleCreate(nullptr, script->m_Port);
-      EXPECT_NE(-1, console.m_Socket);
-      EXPECT_TRUE(console.m_Running);
+      EXPECT_NE(-1, RelaxedLoad(console.m_Socket));
+      EXPECT_TRUE(RelaxedLoad(console.m_Running));
     }
   }
   ++script->m_Runs;
@@ -101,14 +101,14 @@ int RunScript(int, void* state) {
 }
 
 CHILD_CASE(DestroyInCallback) {
-  tagScript script = {"dd", FindFreePort()};
+  tagScript script = {"dd", {FindFreePort()}};
   ModuleSetParamRegister("net", "script", &RunScript, &script);
   CConsoleClient client(script.m_Port);
   const int before = OpenDescriptors();
   EXPECT_EQ(0, NetworkConsoleCreate(nullptr, script.m_Port));
   EXPECT_TRUE(client.Send("-set net script 1"));
   EXPECT_TRUE(WaitUntil([&] { return script.m_Runs == 1; }, 5000));
-  EXPECT_EQ(0, script.m_Results);
+  EXPECT_EQ(0, script.m_Results.load());
   EXPECT_FALSE(client.IsSomeoneThere());
   EXPECT_EQ(0, NetworkConsoleDestroy());
   EXPECT_EQ(before, OpenDescriptors());
@@ -122,7 +122,7 @@ TEST(ConsoleLife, DestroyInACallbackReturnsAtOnce) {
 }
 
 CHILD_CASE(RestartInCallback) {
-  tagScript script = {args[0].c_str(), 0};
+  tagScript script = {args[0].c_str(), {0}};
   ModuleSetParamRegister("net", "script", &RunScript, &script);
   const int before = OpenDescriptors();
   const int rounds = 2 * Rounds();
@@ -133,7 +133,7 @@ CHILD_CASE(RestartInCallback) {
       EXPECT_TRUE(console.Client().Send("-set net script 1"));
       EXPECT_TRUE(WaitUntil([&] { return script.m_Runs == i; }, 5000));
     }
-    EXPECT_EQ(0, script.m_Results);
+    EXPECT_EQ(0, script.m_Results.load());
     EXPECT_TRUE(console.Sync());
   }
   EXPECT_EQ(rounds, script.m_Runs.load());
@@ -280,7 +280,7 @@ CHILD_CASE(ForkedChild) {
   const pid_t child = fork();
   if (child == 0) {
     NetworkConsoleDestroy();
-    _exit(TheConsole().m_Socket == -1 ? 0 : 1);
+    _exit(RelaxedLoad(TheConsole().m_Socket) == -1 ? 0 : 1);
   }
   int status = 0;
   EXPECT_EQ(child, waitpid(child, &status, 0));
