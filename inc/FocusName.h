@@ -36,6 +36,9 @@ class KELVIK_API CFocusName {
   // Whether a name is set and equals module, letter case ignored. False for a null module.
   bool Matches(const char* module) const;
 
+  // In a child made by fork(), where no other reader or writer exists. For the child's only thread.
+  void AfterForkInChild();
+
  private:
   void Publish(tagFocusText* text);
 

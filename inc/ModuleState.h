@@ -73,6 +73,11 @@ class KELVIK_API CModuleState {
   // Drops the display callbacks; the parameter callbacks stay. Returns eResultSuccess.
   int Initialize();
 
+  // Around fork(): the lists are whole in the child.
+  void BeforeFork();
+  void AfterForkInParent();
+  void AfterForkInChild();
+
  private:
   int Add(std::list<tagModule>& list, const char* module, const char* title,
           DisplayCallback callback, void* param);

@@ -40,6 +40,10 @@ class KELVIK_API CMutex {
   // the calling thread.
   int unlock();
 
+  // In a child made by fork(), where the thread that held the mutex may not exist: makes it anew,
+  // unlocked. For the child's only thread.
+  void AfterForkInChild();
+
  private:
   pthread_mutex_t m_Mutex;
   pthread_mutexattr_t m_Attribute;  // lives as long as m_Mutex

@@ -46,6 +46,10 @@ class KELVIK_API CSignal {
   // eResultFailure when not created or the system refuses.
   int wait(unsigned int timeout);
 
+  // In a child made by fork(), where no waiter exists: makes mutex and condition anew, with nothing
+  // pending. For the child's only thread.
+  void AfterForkInChild();
+
  private:
   int WaitLocked(const timespec* deadline);
 

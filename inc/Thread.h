@@ -89,6 +89,10 @@ class KELVIK_API CThread {
   // The number of the latest run, counted by Create() and wrapping.
   uint32_t Generation() const;
 
+  // In a child made by fork(), where no worker exists: idle, with its lock made anew. For the
+  // child's only thread.
+  void AfterForkInChild();
+
  private:
   friend class CWorker;
 

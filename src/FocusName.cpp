@@ -77,4 +77,9 @@ void CFocusName::Publish(tagFocusText* text) {
   pthread_mutex_unlock(&m_WriterLock);
 }
 
+void CFocusName::AfterForkInChild() {
+  pthread_mutex_init(&m_WriterLock, nullptr);
+  m_Readers = 0;
+}
+
 }  // namespace Kelvik

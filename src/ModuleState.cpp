@@ -146,4 +146,16 @@ bool CModuleState::Find(const std::list<tagModule>& list, const char* module, co
   return true;
 }
 
+void CModuleState::BeforeFork() {
+  m_Mutex.lock();
+}
+
+void CModuleState::AfterForkInParent() {
+  m_Mutex.unlock();
+}
+
+void CModuleState::AfterForkInChild() {
+  m_Mutex.AfterForkInChild();
+}
+
 }  // namespace Kelvik

@@ -38,6 +38,10 @@ int CMutex::destroy() {
   return eResultSuccess;
 }
 
+void CMutex::AfterForkInChild() {
+  if (RelaxedLoad(m_Created)) pthread_mutex_init(&m_Mutex, &m_Attribute);
+}
+
 int CMutex::lock() {
   if (!RelaxedLoad(m_Created)) return eResultFailure;
   return pthread_mutex_lock(&m_Mutex) == 0 ? eResultSuccess : eResultFailure;

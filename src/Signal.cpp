@@ -95,6 +95,15 @@ int CSignal::destroy() {
   return eResultSuccess;
 }
 
+void CSignal::AfterForkInChild() {
+  if (!RelaxedLoad(m_Created)) return;
+  pthread_mutex_init(&m_Mutex, nullptr);
+  InitialiseMonotonic(&m_Condition);
+  m_Pending = 0;
+  m_Waiters = 0;
+  m_ProcessId = getpid();
+}
+
 int CSignal::signal() {
   if (!RelaxedLoad(m_Created)) return eResultFailure;
   pthread_mutex_lock(&m_Mutex);

@@ -217,6 +217,13 @@ void CThread::Clear() {
   m_Handle = pthread_t{};
 }
 
+void CThread::AfterForkInChild() {
+  pthread_mutex_init(&m_Lock, nullptr);
+  pthread_cond_init(&m_Gone, nullptr);
+  m_Leaving = 0;
+  Clear();
+}
+
 void* CThread::Thread(void* argument) {
   auto* const thread = static_cast<CThread*>(argument);
   if (thread == nullptr) return nullptr;

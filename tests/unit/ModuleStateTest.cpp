@@ -312,12 +312,14 @@ TEST(ModuleState, CallbackMayUnregisterItselfRegisterAndRunOthers) {
 struct tagGate {
   std::atomic<bool> m_Entered{false};
   std::atomic<bool> m_Open{false};
+  std::atomic<bool> m_Passed{false};  // it opened in time
 };
 
 int WaitAtGate(int, const char*, const char*, void* param) {
   auto* const gate = static_cast<tagGate*>(param);
   gate->m_Entered = true;
-  return WaitUntil([&] { return gate->m_Open.load(); }, kLimitMs) ? 0 : 1;
+  gate->m_Passed = WaitUntil([&] { return gate->m_Open.load(); }, kLimitMs);
+  return 0;
 }
 
 TEST(ModuleState, OtherThreadsAreNotHeldUpByARunningCallback) {
@@ -335,6 +337,7 @@ TEST(ModuleState, OtherThreadsAreNotHeldUpByARunningCallback) {
   EXPECT_EQ(calls.m_Count, 1);
   gate.m_Open = true;
   console.join();
+  EXPECT_TRUE(gate.m_Passed);
 }
 
 int CountOnly(int, const char*, const char*, void* param) {

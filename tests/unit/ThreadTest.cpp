@@ -270,11 +270,15 @@ TEST(Thread, RunBegunInsideARunLeavesTwoWorkersThatObeyTheirOwn) {
   CThread thread("");
   std::atomic<bool> leave(false);
   std::atomic<int> second(0);
+  std::atomic<int> strayed(0);
+  std::atomic<pthread_t> firstWorker(pthread_t{});
   CTask next([&] {
     second += thread.KeepsRunning() ? 1 : 0;
+    strayed += pthread_equal(firstWorker, pthread_self()) != 0 ? 1 : 0;
     return Pace();
   });
   CTask first([&] {
+    firstWorker = pthread_self();
     EXPECT_TRUE(thread.KeepsRunning());
     EXPECT_EQ(thread.Destroy(), eResultSuccess);
     EXPECT_EQ(thread.Create(&next), eResultSuccess);
@@ -293,6 +297,7 @@ TEST(Thread, RunBegunInsideARunLeavesTwoWorkersThatObeyTheirOwn) {
   EXPECT_EQ(thread.Destroy(), eResultSuccess);
   EXPECT_EQ(first.m_Calls, 1);
   EXPECT_GE(second, 3);
+  EXPECT_EQ(strayed, 0);
   EXPECT_FALSE(thread.IsRunning());
 }
 
