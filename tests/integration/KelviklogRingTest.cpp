@@ -208,6 +208,27 @@ TEST(KelviklogRing, OptionsWinOverTheConfigurationFile) {
   EXPECT_TRUE(IsTail(RingPayloads(folder.Path(), kPrefix), input));
 }
 
+TEST(KelviklogRing, ARestartKnowsAllFilesOfALargerRingThanTheConfigurationFileAsksFor) {
+  const CTempDir folder;
+  const CTempDir work;
+  const std::string config = work.File("c.ini");
+  // Nor does the file ask for a size, so that the library measures no file by itself.
+  ASSERT_TRUE(WriteFile(config, "[Global]\nLogMaxSize=0\nLogMaxCount=2\n"));
+  const Strings args = IntoRing(folder.Path(), {"--config", config, "--size", "2", "--count", "4"});
+  Strings input;
+  for (int run = 0; run < 8; ++run) {
+    const Strings lines = Numbers(run * 50, 50);
+    input.insert(input.end(), lines.begin(), lines.end());
+    Log(args, lines);
+    EXPECT_LE(LogFiles(folder.Path()).size(), 4u) << "run " << run;
+    EXPECT_TRUE(IsTail(RingPayloads(folder.Path(), kPrefix), input)) << "run " << run;
+    for (const std::string& path : LogFiles(folder.Path())) {
+      EXPECT_LE(FileSize(path), 2048 + 64) << "run " << run;
+    }
+  }
+  EXPECT_EQ(LogFiles(folder.Path()).size(), 4u);
+}
+
 TEST(KelviklogRing, ASecondInstanceOnTheSameConfigurationFileIsRefused) {
   const CTempDir folder;
   const CTempDir work;

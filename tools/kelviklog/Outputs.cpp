@@ -14,6 +14,7 @@
 #include "Guard.h"
 #include "Kelvik.h"
 #include "KelvikExtra.h"
+#include "RingIndex.h"
 
 namespace KelvikLog {
 
@@ -102,6 +103,9 @@ int COutputs::Start(std::string& problem) {
   Initialize();
   ApplyOptions();
   WriteEachRecordAtOnce();
+  if (m_Options.m_Config && (m_Options.m_Count || m_Options.m_SizeKib)) {
+    RestoreRing(*m_Options.m_Config, static_cast<int>(Settings().m_LogMaxCount));
+  }
 
   const Kelvik::tagAttribute settings = Settings();
   m_LogPath.assign(settings.m_LogPath, strnlen(settings.m_LogPath, sizeof(settings.m_LogPath)));
