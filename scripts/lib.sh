@@ -89,7 +89,7 @@ run_fuzzers() {
     name=$(basename "$target")
     mkdir -p "build/fuzz/corpus/$name"
     if UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-      "$target" -max_total_time="$1" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+      "$target" -max_total_time="$1" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -close_fd_mask=1 \
       -artifact_prefix="build/fuzz/found/$name-" "build/fuzz/corpus/$name" "$seeds" \
       > "build/fuzz/$name.log" 2>&1 < /dev/null; then
       fuzz_passed=$((fuzz_passed + 1))
