@@ -128,8 +128,9 @@ void AddOutputOptions(CLI::App& app, tagOptions& options) {
       ->type_name("N")
       ->check(Number(kCountLimit));
   app.add_option("--config", options.m_Config,
-                 "Read settings from this INI file (options win over them) and keep the list of\n"
-                 "files in it, so that the next run goes on with the same ring")
+                 "Read settings from this INI file, over which options win (records of\n"
+                 "a level that it switches off are dropped), and keep the list of files\n"
+                 "in it, so that the next run goes on with the same ring")
       ->type_name("FILE")
       ->check(Limit(kConfigLimit, false));
 }
