@@ -83,12 +83,10 @@ int CConsole::Dispose(const char*, unsigned short, char* text, int length) {
   std::printf("[%s] [%s] receive command: %s, length: %d\n", "Kelvik", "Internal", text, length);
   try {
     ObeyAll(text);
-#if defined(__GLIBCXX__)
-  } catch (const abi::__forced_unwind&) {
-    throw;  // a callback ends its thread; the unwinding must go on
-#endif
   } catch (...) {
     // Out of memory, or thrown by a callback: the rest of the text is dropped, the process lives.
+    // What is no C++ exception is the unwinding of a thread that a callback ends; it must go on.
+    if (abi::__cxa_current_exception_type() == nullptr) throw;
   }
   return eResultSuccess;
 }

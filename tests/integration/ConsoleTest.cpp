@@ -3,7 +3,9 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <cstring>
 #include <string>
@@ -12,6 +14,22 @@
 #include "ChildProcess.h"
 #include "ConsoleClient.h"
 #include "ConsoleTools.h"
+
+namespace {
+
+int gOptionError = 0;  // the errno with which setsockopt fails, 0: it works
+
+}  // namespace
+
+// Stands in front of the C library's.
+extern "C" int setsockopt(int fd, int level, int option, const void* value,
+                          socklen_t length) noexcept {
+  if (gOptionError == 0) {
+    return static_cast<int>(syscall(SYS_setsockopt, fd, level, option, value, length));
+  }
+  errno = gOptionError;
+  return -1;
+}
 
 namespace Kelvik {
 namespace {
@@ -128,6 +146,26 @@ TEST(Console, AddressThatCannotBeBoundIsReportedAsTheBind) {
   EXPECT_TRUE(Succeeded(RunChild("BadAddresses")));
 }
 
+CHILD_CASE(OptionRefused) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const int before = OpenDescriptors();
+  const int probe = dup(0);
+  close(probe);
+  const uint16_t port = FindFreePort();
+  gOptionError = ENOBUFS;
+  EXPECT_EQ(5, NetworkConsoleCreate(nullptr, port));
+  EXPECT_EQ(SocketReport(72, probe, ENOBUFS), printed.Take());
+  ExpectStopped(TheConsole());
+  EXPECT_EQ(before, OpenDescriptors());
+  gOptionError = 0;
+  EXPECT_EQ(0, NetworkConsoleCreate(nullptr, port));
+  return 0;
+}
+TEST(Console, RefusedOptionIsReported) {
+  EXPECT_TRUE(Succeeded(RunChild("OptionRefused")));
+}
+
 CHILD_CASE(PortInUse) {
   CPrintedText printed;
   SwitchDateTimeOff();
@@ -173,14 +211,37 @@ TEST(Console, SocketStaysClearOfTheStandardStreams) {
   EXPECT_TRUE(Succeeded(RunChild("LowDescriptors")));
 }
 
+// While one lives the process can open so many descriptors more.
+class CFewDescriptors {
+ public:
+  explicit CFewDescriptors(int count) {
+    // What checks a program at run time needs descriptors at the first use of a class.
+    EXPECT_EQ(0, NetworkConsoleCreate(nullptr, FindFreePort()));
+    EXPECT_EQ(0, NetworkConsoleDestroy());
+    EXPECT_EQ(5, NetworkConsoleCreate("", 1));
+    const int probe = dup(0);
+    close(probe);
+    EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &m_Before));
+    rlimit few = m_Before;
+    few.rlim_cur = static_cast<rlim_t>(probe + count);
+    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+  }
+  CFewDescriptors(const CFewDescriptors&) = delete;
+  CFewDescriptors& operator=(const CFewDescriptors&) = delete;
+  ~CFewDescriptors() { EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &m_Before)); }
+
+ private:
+  rlimit m_Before = {};
+};
+
 CHILD_CASE(NoDescriptors) {
   CPrintedText printed;
   SwitchDateTimeOff();
-  const int probe = dup(0);
-  close(probe);
-  const rlimit none = {static_cast<rlim_t>(probe), static_cast<rlim_t>(probe)};
-  EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-  EXPECT_EQ(5, NetworkConsoleCreate(nullptr, 20000));
+  {
+    const CFewDescriptors none(0);
+    printed.Take();
+    EXPECT_EQ(5, NetworkConsoleCreate(nullptr, 20000));
+  }
   EXPECT_EQ(SocketReport(62, -1, EMFILE), printed.Take());
   ExpectStopped(TheConsole());
   return 0;
@@ -192,11 +253,7 @@ TEST(Console, MissingSocketIsReported) {
 // The socket is the last descriptor that there is; the worker's time-out replaces the wake-up.
 CHILD_CASE(LastDescriptor) {
   const uint16_t port = FindFreePort();
-  const int probe = dup(0);
-  close(probe);
-  const rlim_t most = static_cast<rlim_t>(probe) + 1;
-  const rlimit one = {most, most};
-  EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &one));
+  const CFewDescriptors one(1);
   EXPECT_EQ(0, NetworkConsoleCreate(nullptr, port));
   const int64_t start = RealClockMs();
   EXPECT_EQ(0, NetworkConsoleDestroy());
@@ -206,6 +263,31 @@ CHILD_CASE(LastDescriptor) {
 }
 TEST(Console, OneDescriptorIsEnough) {
   EXPECT_TRUE(Succeeded(RunChild("LastDescriptor")));
+}
+
+// No address space holds the stack of a thread from here on.
+void RefuseThreads() {
+  pthread_attr_t attributes;
+  EXPECT_EQ(0, pthread_attr_init(&attributes));
+  EXPECT_EQ(0, pthread_attr_setstacksize(&attributes, SIZE_MAX / 4 * 3 & ~size_t{0xFFFFF}));
+  EXPECT_EQ(0, pthread_setattr_default_np(&attributes));
+}
+
+CHILD_CASE(NoThread) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const int before = OpenDescriptors();
+  const uint16_t port = FindFreePort();
+  RefuseThreads();
+  EXPECT_EQ(5, NetworkConsoleCreate(nullptr, port));
+  EXPECT_EQ(0u, printed.Take().find("\033[33m[Kelvik][Internal] Thread Create 105 Failed syserr:"));
+  ExpectStopped(TheConsole());
+  EXPECT_EQ(before, OpenDescriptors());
+  EXPECT_FALSE(CConsoleClient(port).IsSomeoneThere());
+  return 0;
+}
+TEST(Console, MissingThreadLeavesNothingOpen) {
+  EXPECT_TRUE(Succeeded(RunChild("NoThread")));
 }
 
 class CWaitingTask : public CThread::IExecute {
