@@ -55,6 +55,14 @@ class KELVIK_API CConsole : public CThread::IExecute {
   int m_Socket;    // -1: none; as m_Running
   CThread m_Worker;
 
+  // Datagrams that were obeyed and that were not, since the process (or the forked child) began;
+  // modulo the width of a pointer.
+  void GetCounters(uint64_t& accepted, uint64_t& refused) const;
+
+  // In a child made by fork(): closed, whatever the parent was doing with it; Create works again.
+  // The parent's console stays open. For the child's only thread.
+  void AfterForkInChild();
+
  private:
   enum class eChange { kNone, kCreating, kEnding };
 
@@ -65,6 +73,8 @@ class KELVIK_API CConsole : public CThread::IExecute {
   void WakeWorker();
 
   // Additions behind the members above.
+  uintptr_t m_Accepted;  // datagrams obeyed
+  uintptr_t m_Refused;   // datagrams with wrong framing
   int m_WakeFd;           // eventfd that ends the worker's wait; -1: none, the time-out does
   pid_t m_ProcessId;      // the process that made the socket
   eChange m_Change;       // what a thread is about to do to the members above; m_Lock

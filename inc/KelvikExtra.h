@@ -1,4 +1,7 @@
 // Additions to the interface of Kelvik.h that a program opts into. C99 and C++17.
+//
+// All functions may be called from any thread at any time unless stated. They return eResult codes
+// and eResultFailure, touching nothing, once the process has ended the library's context.
 
 #ifndef KELVIK_KELVIKEXTRA_H_
 #define KELVIK_KELVIKEXTRA_H_
@@ -11,8 +14,34 @@
 extern "C" {
 #endif
 
-// What has become of the records of the file output since the process began. The counters only
-// grow; each is right by itself, but they are not taken at one instant together.
+// What happens when a full buffer is handed to the writer before it has written the one before.
+#ifdef __cplusplus
+enum eOverflowPolicy : int {
+#else
+enum eOverflowPolicy {
+#endif
+  eOverflowReplace = 0,  // the default: the unwritten batch is replaced, the caller never waits
+  eOverflowWrite = 1     // the caller sees the unwritten batch written first: nothing is lost
+};
+#ifndef __cplusplus
+typedef enum eOverflowPolicy eOverflowPolicy;
+#endif
+
+// Chooses the policy. With eOverflowWrite a change of the buffer size writes both buffers first,
+// too, so that no accepted record is lost to speed; a caller may then wait for the disk. The
+// configuration file's key "Overflow" (replace or write, in section "Global") sets the same at
+// Initialize when it is present. Returns eResultSuccess, or eResultInvalid for another value.
+KELVIK_API int KelvikExtra_SetOverflow(eOverflowPolicy policy);
+
+// Waits until every record that was accepted before the call has been written to its file; with
+// toDisk (non-zero) until it has reached the disk (fdatasync) as well.
+// Returns eResultSuccess; eResultBusy when that takes longer than timeoutMs milliseconds (the wait
+// for the disk itself is not bounded); eResultFailure when a file could not be opened or written,
+// or a record was replaced on the way.
+KELVIK_API int KelvikExtra_Flush(unsigned int timeoutMs, int toDisk);
+
+// What has become of the records since the process (or the forked child) began. The counters only
+// grow. Records and bytes concern the file output where nothing else is said.
 //
 // Later versions append fields and change none, so that a program and a library of different
 // versions understand each other: see KelvikExtra_GetStatistics.
@@ -26,15 +55,50 @@ struct tagKelvikStatistics {
   uint64_t m_OpenErrors;       // log files that could not be opened
   uint64_t m_WriteErrors;      // writes to log files that failed
   uint64_t m_Rotations;        // changes from one log file to the next
+
+  // Since version 1.2 of this record.
+  uint64_t m_RecordsReplaced;    // lost to a hand-over or a change of the buffer size
+  uint64_t m_RecordsDropped;     // lost to an error, a clearing of the files, or file output off
+  uint64_t m_RecordsBelowLevel;  // not made: level switched off (32-bit targets: modulo 2^32)
+  uint64_t m_RecordsRefused;     // not taken: the files were being cleared (modulo as above)
+  uint64_t m_BytesFormatted;     // bytes of accepted records
+  uint64_t m_BytesHandedOver;    // bytes that left the front buffer
+  uint64_t m_BytesReplaced;
+  uint64_t m_BytesDropped;
+  uint64_t m_Batches;  // hand-overs
+  uint64_t m_Writes;   // batches and single records given to the system
+  uint64_t m_FilesRemoved;
+  uint64_t m_TerminalRecords;    // records printed (modulo as above)
+  uint64_t m_SystemRecords;      // records given to syslog (modulo as above)
+  uint64_t m_DatagramsAccepted;  // console datagrams obeyed (modulo as above)
+  uint64_t m_DatagramsRefused;   // console datagrams with wrong framing, or restricted (as above)
+  int64_t m_LastErrorTime;       // seconds since the epoch; 0: there was no error
+  uint64_t m_BufferHighWater;    // most bytes that have waited in the front buffer
 };
 
 // Fills *statistics, which the caller owns. size is sizeof(struct tagKelvikStatistics) as the
 // caller's header has it. Fields that the library is too old to know are left as they are: a field
-// is filled when it ends within m_Size bytes.
-// Any thread may call it at any time; it does not wait for the disk. Returns eResultInvalid when
-// statistics is null or size is smaller than the record's first version (64), eResultFailure once
-// the context has ended at exit, else eResultSuccess.
+// is filled when it ends within m_Size bytes. It may wait for a write in progress.
+// Returns eResultSuccess, or eResultInvalid when statistics is null or size is smaller than the
+// record's first version (64).
 KELVIK_API int KelvikExtra_GetStatistics(struct tagKelvikStatistics* statistics, unsigned int size);
+
+// Registers the display "Kelvik" / "statistics", which prints the counters for the console's
+// command "-show". Returns eResultSuccess, or eResultExists when it is registered already.
+KELVIK_API int KelvikExtra_RegisterStatistics(void);
+
+// Saves the buffered text when the process dies by SIGSEGV, SIGBUS, SIGILL, SIGFPE or SIGABRT: both
+// buffers go to the current file, with async-signal-safe calls and without a lock; then the handler
+// that was installed before runs, or the signal takes its default course. From now on a file is
+// opened as soon as text waits for it. Handlers that the program installs later replace these.
+// Returns eResultSuccess, or eResultFailure when a handler cannot be installed.
+KELVIK_API int KelvikExtra_InstallCrashFlush(void);
+
+// callback(path, context) is called after each rotation with the path of the finished file, which
+// lives as long as the call; on the writer thread or on one that logs, with no lock held, so it may
+// log. null: no callback any more; one that runs may still finish. Returns eResultSuccess.
+KELVIK_API int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* context),
+                                               void* context);
 
 #ifdef __cplusplus
 }  // extern "C"

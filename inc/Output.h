@@ -12,7 +12,9 @@
 #include "Export.h"
 #include "FocusName.h"
 #include "Kelvik.h"
+#include "KelvikExtra.h"
 #include "Mutex.h"
+#include "OutputStatistics.h"
 #include "Signal.h"
 #include "Thread.h"
 
@@ -26,19 +28,6 @@ struct tagLimits;
 struct tagRecord;
 struct tagRecordHead;
 struct tagWriter;
-
-// What the engine has done since the process began. Records and bytes count the file output only.
-struct tagOutputStatistics {
-  uint64_t m_RecordsAccepted;  // taken for a file
-  uint64_t m_RecordsWritten;   // handed to the system completely
-  uint64_t m_RecordsLost;      // accepted, then replaced by a hand-over, cleared or not writable
-  uint64_t m_BytesWritten;
-  uint64_t m_OpenErrors;
-  uint64_t m_WriteErrors;
-  uint64_t m_Rotations;  // moves to another file
-  uint64_t m_FilesRemoved;
-  int32_t m_LastError;  // errno of the last open or write error; 0: none yet
-};
 
 // Any thread may call any method at any time unless stated. Lock order: m_BufferMutex, then
 // m_WriteMutex; no other lock is taken between the two. The ring (m_FileFds, m_FileNames,
@@ -186,6 +175,35 @@ class KELVIK_API COutput : public CThread::IExecute {
   // Closes the open log file; the next record opens it again. Returns 0.
   int CloseFile();
 
+  // --- Opt-in additions: OutputExtra.cpp ---
+
+  // What a hand-over does with a batch that the writer has not written yet: replace it (the
+  // default), or see it written first by the calling thread, so that no accepted record is lost to
+  // speed; a change of the buffer size then writes both buffers first. Returns 0, or 3 for another
+  // value.
+  int SetOverflow(eOverflowPolicy policy);
+
+  // Returns 0 once every record accepted before the call is in its file (toDisk: and on the disk),
+  // 4 when that takes longer than timeoutMs, 1 when a record was lost on the way.
+  int Flush(unsigned timeoutMs, bool toDisk);
+
+  // callback(path, context) is called after a rotation with the path of the finished file, outside
+  // all locks, by the thread that rotated or one that logs. null: none.
+  void SetRotationCallback(void (*callback)(const char* path, void* context), void* context);
+
+  // Async-signal-safe: writes what both buffers hold to the current file without a lock. For a
+  // process that is about to die.
+  void CrashWrite();
+
+  // Makes sure that a file is open whenever records wait in the buffers, for CrashWrite's sake.
+  void KeepFileOpen();
+
+  // Around fork(): both mutexes are held across it. In the child they are made anew, the parent's
+  // buffered text is dropped (the parent writes it), and the writer starts on demand.
+  void BeforeFork();
+  void AfterForkInParent();
+  void AfterForkInChild();
+
   // --- Members ---
   // Public for inspection only.
 
@@ -232,6 +250,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   void PrintRecord(const tagRecord& record);
   void PrintRaw(eLogLevel level, const char* module, const char* prefix, const char* data);
   void AfterPrint(bool failed);
+  void Recover();
 
   // OutputBuffer.cpp. What stores or hands over holds m_BufferMutex. failed is set to the writer
   // whose failure is to be reported once all locks are released.
@@ -244,8 +263,16 @@ class KELVIK_API COutput : public CThread::IExecute {
   int WriteWaiting(const tagWriter& writer, const tagWriter*& failed);
   bool MakeBuffers(uint32_t size);
   void DropBuffers();
-  void HandOver();
-  void HandOverWhenDue(int32_t writeInterval);
+  void HandOver(const tagWriter*& failed);
+  void HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed);
+  int WriteBackFirst(const tagWriter& writer, const tagWriter*& failed);
+  void DropBack(bool replaced);
+  void WakeWriter();
+  void StartWantedWriter();
+
+  // OutputExtra.cpp
+  bool BatchIsGone(uint32_t batch) const;
+  int SyncFiles();
   void StampNextFileName();
   void ReadLimits(tagLimits& limits) const;
   const tagWriter* ModeWriter() const;
@@ -253,7 +280,7 @@ class KELVIK_API COutput : public CThread::IExecute {
 
   // OutputWriter.cpp. LockFile returns 0 with m_WriteMutex held and the current file open. What
   // follows it runs under m_WriteMutex, and what changes names or slots under both mutexes.
-  static void Report(const tagWriter* failed);
+  void Settle(const tagWriter* failed);
   int Write(const tagWriter& writer, const char* data, int length, const tagWriter*& failed);
   int LockFile(const tagWriter& writer);
   bool NeedsFile(const tagWriter& writer, int32_t sizeLimit) const;
@@ -270,6 +297,9 @@ class KELVIK_API COutput : public CThread::IExecute {
   void RemoveSlotFile(int slot, bool tryFolder);
   bool IsSharedFile(int slot) const;
   void FreeSlot(int slot);
+  void CountDirect(int length);
+  void NoteError(int error);
+  void NoteFinished();
 
   // OutputBySize.cpp, OutputByTime.cpp, OutputRaw.cpp
   int PrepareBySize(const tagWriter& writer);
@@ -282,16 +312,43 @@ class KELVIK_API COutput : public CThread::IExecute {
 
   // Additions behind the members above.
   enum eLife { eLifeOpen = 0, eLifeDraining = 1, eLifeEnded = 2 };
+  enum eOnDemand { eOnDemandNo = 0, eOnDemandIdle = 1, eOnDemandWanted = 2 };
   uint32_t m_BufferCapacity;           // bytes each buffer really has; m_BufferMutex
   uint32_t m_FrontRecords;             // records in m_FrontBuffer; m_BufferMutex
   uint32_t m_BackRecords;              // records in m_BackBuffer; m_WriteMutex
   uint8_t m_SlotOpened[kSlotCount];    // this process opened the slot's file since it was named
   uint8_t m_SlotRestored[kSlotCount];  // the slot's name came from the configuration file
+  uint8_t m_SlotUnsynced[kSlotCount];  // the slot's file has text that was not synced to the disk
   int32_t m_Stopping;                  // the writer thread is to end
   int32_t m_Ended;                     // eLife: whether records are taken and files written
-  CSignal m_StopSignal;                // ends the writer's pause at once
-  uint64_t m_RecordsAccepted;          // into the buffer; m_BufferMutex
-  tagOutputStatistics m_Statistics;    // what concerns the file; m_WriteMutex
+  int32_t m_Overflow;                  // eOverflowPolicy
+  int32_t m_FileKeptOpen;              // KeepFileOpen was called
+  int32_t m_WriterOnDemand;  // eOnDemand: whether this is a forked child without its writer yet
+  uint32_t m_HandedOver;     // number of the batch in the back buffer, wrapping; m_WriteMutex
+  uint32_t m_LostBatch;      // number of the latest batch that was lost; m_WriteMutex
+  int32_t m_Writing;         // the back buffer is being written, by
+  pthread_t m_WritingThread;
+  CSignal m_StopSignal;  // ends the writer's pause at once
+
+  // The finished file that the rotation callback has not been told of; m_WriteMutex.
+  void (*m_RotationCallback)(const char* path, void* context);
+  void* m_RotationContext;
+  int32_t m_FinishedCount;
+  char m_Finished[2][512];
+
+  // Counters. m_Buffered: the fields that a buffered record changes; m_BufferMutex. m_Statistics:
+  // the file's; m_WriteMutex. The others are counted without a lock.
+  struct tagBufferedCounters {
+    uint64_t m_Records;
+    uint64_t m_Bytes;
+    uint32_t m_HighWater;
+  };
+  tagBufferedCounters m_Buffered;
+  tagOutputStatistics m_Statistics;
+  uintptr_t m_BelowLevel;
+  uintptr_t m_Refused;
+  uintptr_t m_TerminalRecords;
+  uintptr_t m_SystemRecords;
 };
 
 }  // namespace Kelvik

@@ -106,6 +106,8 @@ CConsole::CConsole()
     : m_Running(false),
       m_Socket(-1),
       m_Worker("Kelvik::CConsole"),
+      m_Accepted(0),
+      m_Refused(0),
       m_WakeFd(-1),
       m_ProcessId(0),
       m_Change(eChange::kNone),
@@ -204,7 +206,9 @@ int CConsole::RunTask() {
     tagReceived received = {};
     if (WaitForDatagram(socket, wakeFd)) Receive(socket, received);
     int length = 0;
-    if (IsCommand(received, length)) {
+    const bool isCommand = IsCommand(received, length);
+    if (received.m_Size != 0) RelaxedAdd(isCommand ? m_Accepted : m_Refused, 1);
+    if (isCommand) {
       char sender[INET_ADDRSTRLEN] = {};
       inet_ntop(AF_INET, &received.m_Sender.sin_addr, sender, sizeof(sender));
       Dispose(sender, received.m_Sender.sin_port,
@@ -242,6 +246,21 @@ void CConsole::Close() {
     close(socket);
   }
   CloseDescriptor(m_WakeFd);
+}
+
+void CConsole::GetCounters(uint64_t& accepted, uint64_t& refused) const {
+  accepted = RelaxedLoad(m_Accepted);
+  refused = RelaxedLoad(m_Refused);
+}
+
+void CConsole::AfterForkInChild() {
+  pthread_mutex_init(&m_Lock, nullptr);
+  pthread_cond_init(&m_Changed, nullptr);
+  m_Change = eChange::kNone;
+  m_Worker.AfterForkInChild();
+  Close();
+  m_Accepted = 0;
+  m_Refused = 0;
 }
 
 }  // namespace Kelvik

@@ -2,6 +2,7 @@
 
 #include "Global.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -58,7 +59,10 @@ bool CGlobal::s_ConfigPathSet = false;
 bool CGlobal::s_ConfigLoaded = false;
 
 struct tagContext {
-  tagContext() { new (s_Storage) CGlobal; }
+  tagContext() {
+    new (s_Storage) CGlobal;
+    ::pthread_atfork(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
+  }
   ~tagContext() { Get()->End(); }
   static CGlobal* Get() { return std::launder(reinterpret_cast<CGlobal*>(s_Storage)); }
 };
@@ -329,6 +333,34 @@ int CGlobal::PopModuleName(const char* module) {
   } catch (const std::bad_alloc&) {
     return eResultFailure;
   }
+}
+
+// In the order of the locks. What stands in standard output's stream would leave twice, once from
+// each process.
+void CGlobal::BeforeFork() {
+  CGlobal* global = tagContext::Get();
+  if (RelaxedLoad(global->m_Attribute.m_OutputConsole) != 0) std::fflush(stdout);
+  global->m_ModuleMutex.lock();
+  global->m_Output.BeforeFork();
+  global->m_ConfigMutex.lock();
+  global->m_ModuleState.BeforeFork();
+}
+
+void CGlobal::AfterForkInParent() {
+  CGlobal* global = tagContext::Get();
+  global->m_ModuleState.AfterForkInParent();
+  global->m_ConfigMutex.unlock();
+  global->m_Output.AfterForkInParent();
+  global->m_ModuleMutex.unlock();
+}
+
+void CGlobal::AfterForkInChild() {
+  CGlobal* global = tagContext::Get();
+  global->m_ModuleState.AfterForkInChild();
+  global->m_ConfigMutex.AfterForkInChild();
+  global->m_Output.AfterForkInChild();
+  global->m_ModuleMutex.AfterForkInChild();
+  global->m_Console.AfterForkInChild();
 }
 
 }  // namespace Kelvik

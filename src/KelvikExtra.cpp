@@ -4,10 +4,12 @@
 #include <cstddef>
 #include <cstring>
 
+#include "CrashFlush.h"
 #include "EntryPoint.h"
 #include "Global.h"
 #include "Kelvik.h"
 #include "Output.h"
+#include "Statistics.h"
 
 namespace {
 
@@ -17,25 +19,46 @@ constexpr size_t kFirstStatisticsBytes = 64;
 static_assert(sizeof(tagKelvikStatistics) >= kFirstStatisticsBytes, "fields are only appended");
 static_assert(offsetof(tagKelvikStatistics, m_Rotations) == 56, "no field ever moves");
 
+Kelvik::COutput& Output() {
+  return Kelvik::CGlobal::Instance()->GetOutput();
+}
+
 }  // namespace
+
+int KelvikExtra_SetOverflow(eOverflowPolicy policy) {
+  return Kelvik::Guarded([&]() -> int { return Output().SetOverflow(policy); });
+}
+
+int KelvikExtra_Flush(unsigned int timeoutMs, int toDisk) {
+  return Kelvik::Guarded([&]() -> int { return Output().Flush(timeoutMs, toDisk != 0); });
+}
 
 int KelvikExtra_GetStatistics(tagKelvikStatistics* statistics, unsigned int size) {
   return Kelvik::Guarded([&]() -> int {
     if (statistics == nullptr || size < kFirstStatisticsBytes) return eResultInvalid;
-    Kelvik::tagOutputStatistics counters = {};
-    Kelvik::CGlobal::Instance()->GetOutput().GetStatistics(counters);
-    const size_t filled = std::min<size_t>(size, sizeof(tagKelvikStatistics));
     tagKelvikStatistics own = {};
-    own.m_Size = static_cast<uint32_t>(filled);
-    own.m_LastError = counters.m_LastError;
-    own.m_RecordsAccepted = counters.m_RecordsAccepted;
-    own.m_RecordsWritten = counters.m_RecordsWritten;
-    own.m_RecordsLost = counters.m_RecordsLost;
-    own.m_BytesWritten = counters.m_BytesWritten;
-    own.m_OpenErrors = counters.m_OpenErrors;
-    own.m_WriteErrors = counters.m_WriteErrors;
-    own.m_Rotations = counters.m_Rotations;
-    std::memcpy(statistics, &own, filled);
+    Kelvik::CollectStatistics(own);
+    own.m_Size = static_cast<uint32_t>(std::min<size_t>(size, sizeof(own)));
+    std::memcpy(statistics, &own, own.m_Size);
+    return eResultSuccess;
+  });
+}
+
+int KelvikExtra_RegisterStatistics(void) {
+  return Kelvik::Guarded([]() -> int {
+    return Kelvik::CGlobal::Instance()->GetModuleState().Register("Kelvik", "statistics",
+                                                                  &Kelvik::ShowStatistics, nullptr);
+  });
+}
+
+int KelvikExtra_InstallCrashFlush(void) {
+  return Kelvik::Guarded([]() -> int { return Kelvik::InstallCrashFlush(); });
+}
+
+int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* context),
+                                    void* context) {
+  return Kelvik::Guarded([&]() -> int {
+    Output().SetRotationCallback(callback, context);
     return eResultSuccess;
   });
 }

@@ -77,8 +77,23 @@ int COutput::Initialize() {
   m_DiskFull = 0;
   m_Stopping = 0;
   m_Ended = eLifeOpen;
-  m_RecordsAccepted = 0;
+  m_Overflow = eOverflowReplace;
+  m_FileKeptOpen = 0;
+  m_WriterOnDemand = eOnDemandNo;
+  m_HandedOver = 0;
+  m_LostBatch = 0;
+  m_Writing = 0;
+  m_WritingThread = pthread_t();
+  m_RotationCallback = nullptr;
+  m_RotationContext = nullptr;
+  m_FinishedCount = 0;
+  std::memset(m_SlotUnsynced, 0, sizeof(m_SlotUnsynced));
+  m_Buffered = tagBufferedCounters();
   m_Statistics = tagOutputStatistics();
+  m_BelowLevel = 0;
+  m_Refused = 0;
+  m_TerminalRecords = 0;
+  m_SystemRecords = 0;
   m_Focus.Clear();
   std::memset(m_ConsolePath, 0, sizeof(m_ConsolePath));
   GetConsolePath();
@@ -135,23 +150,19 @@ int COutput::Finish() {
   }
   Stop();
   std::fflush(stdout);
-  CGuard bufferGuard(&m_BufferMutex);
-  const tagWriter* writer = ModeWriter();
   const tagWriter* failed = nullptr;
-  const bool fileOutput = RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) != 0;
-  if (fileOutput && writer != nullptr) WriteWaiting(*writer, failed);
-  CGuard writeGuard(&m_WriteMutex);
-  CloseCurrent();
-  if (m_TerminalFd != -1) CloseDescriptor(m_TerminalFd);
-  RelaxedStore(m_Ended, eLifeEnded);
+  {
+    CGuard bufferGuard(&m_BufferMutex);
+    const tagWriter* writer = ModeWriter();
+    const bool fileOutput = RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) != 0;
+    if (fileOutput && writer != nullptr) WriteWaiting(*writer, failed);
+    CGuard writeGuard(&m_WriteMutex);
+    CloseCurrent();
+    RelaxedStore(m_Ended, eLifeEnded);
+  }
+  Settle(failed);
+  CloseDescriptor(m_TerminalFd);
   return eResultSuccess;
-}
-
-void COutput::GetStatistics(tagOutputStatistics& statistics) {
-  CGuard bufferGuard(&m_BufferMutex);
-  CGuard writeGuard(&m_WriteMutex);
-  statistics = m_Statistics;
-  statistics.m_RecordsAccepted += m_RecordsAccepted;
 }
 
 }  // namespace Kelvik

@@ -45,7 +45,10 @@ void COutput::ReadLimits(tagLimits& limits) const {
 }
 
 int COutput::StoreRecord(const char* text, int length) {
-  if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) return eResultInvalid;
+  if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) {
+    RelaxedAdd(m_Refused, 1);
+    return eResultInvalid;
+  }
   const tagWriter* failed = nullptr;
   int result = eResultSuccess;
   {
@@ -60,7 +63,7 @@ int COutput::StoreRecord(const char* text, int length) {
       result = StoreByTime(limits, text, length, failed);
     }
   }
-  Report(failed);
+  Settle(failed);
   return result;
 }
 
@@ -72,10 +75,13 @@ int COutput::StoreBySize(const tagLimits& limits, const char* text, int length,
     m_FileStartTime = 0;
     RelaxedStore(m_RotatePending, 1);
     if (m_FrontLength < 1) return WriteDirect(kSizeWriter, text, length, failed);
-    HandOver();
+    HandOver(failed);
   }
   const auto size = static_cast<uint32_t>(limits.m_BufferSize);
-  if (m_AllocatedSize != 0 && m_AllocatedSize != size) DropBuffers();
+  if (m_AllocatedSize != 0 && m_AllocatedSize != size) {
+    if (RelaxedLoad(m_Overflow) == eOverflowWrite) WriteWaiting(kSizeWriter, failed);
+    DropBuffers();
+  }
   m_AllocatedSize = size;
   if (limits.m_BufferSize < kSmallestBuffer) {
     RelaxedStore(m_BufferReset, 0);
@@ -93,7 +99,7 @@ int COutput::StoreByTime(const tagLimits& limits, const char* text, int length,
     StampNextFileName();  // no time writer runs without a name to open
     if (m_BackBuffer == nullptr) return WriteDirect(kTimeWriter, text, length, failed);
     RelaxedStore(m_RotatePending, 1);
-    HandOver();
+    HandOver(failed);
   }
   int32_t now = WallSeconds();
   if (now == 0) now = 1;  // 0 means "not yet"
@@ -109,7 +115,7 @@ int COutput::StoreByTime(const tagLimits& limits, const char* text, int length,
         RelaxedStore(m_RotatePending, 1);
       }
       if (!buffered) return WriteDirect(kTimeWriter, text, length, failed);
-      HandOver();
+      HandOver(failed);
       return Append(kTimeWriter, limits, text, length, failed);
     }
   } else {
@@ -130,22 +136,29 @@ int COutput::Append(const tagWriter& writer, const tagLimits& limits, const char
                     const tagWriter*& failed) {
   const bool ready = m_FrontBuffer != nullptr || MakeBuffers(m_AllocatedSize);
   RelaxedStore(m_BufferReset, 0);
-  ++m_RecordsAccepted;
+  const auto bytes = static_cast<uint32_t>(length);
+  if (ready && bytes > m_BufferCapacity) return WriteDirect(writer, text, length, failed);
+  ++m_Buffered.m_Records;
+  m_Buffered.m_Bytes += bytes;
   if (!ready) {
     CGuard guard(&m_WriteMutex);
-    ++m_Statistics.m_RecordsLost;
+    ++m_Statistics.m_RecordsDropped;
+    m_Statistics.m_BytesDropped += bytes;
     return eResultSuccess;
   }
-  const auto needed = static_cast<uint32_t>(length);
-  if (needed > m_BufferCapacity) {
-    --m_RecordsAccepted;  // counted by the direct write
-    return WriteDirect(writer, text, length, failed);
-  }
-  if (needed + static_cast<uint32_t>(m_FrontLength) >= m_BufferCapacity) HandOver();
-  if (limits.m_WriteInterval >= kSmallestInterval) HandOverWhenDue(limits.m_WriteInterval);
-  std::memcpy(m_FrontBuffer + m_FrontLength, text, needed);
+  if (bytes + static_cast<uint32_t>(m_FrontLength) >= m_BufferCapacity) HandOver(failed);
+  if (limits.m_WriteInterval >= kSmallestInterval) HandOverWhenDue(limits.m_WriteInterval, failed);
+  std::memcpy(m_FrontBuffer + m_FrontLength, text, bytes);
   m_FrontLength += length;
   ++m_FrontRecords;
+  if (static_cast<uint32_t>(m_FrontLength) > m_Buffered.m_HighWater) {
+    m_Buffered.m_HighWater = static_cast<uint32_t>(m_FrontLength);
+  }
+  // The first text in the buffer: a crash must find a file to save it to.
+  if (RelaxedLoad(m_FileKeptOpen) != 0 && m_FrontLength == length &&
+      LockFile(writer) == eResultSuccess) {
+    m_WriteMutex.unlock();
+  }
   return eResultSuccess;
 }
 
@@ -160,22 +173,23 @@ int COutput::WriteDirect(const tagWriter& writer, const char* text, int length,
 // Writes what the back buffer and then the front buffer hold, both to the file that is current.
 // Caller holds m_BufferMutex.
 int COutput::WriteWaiting(const tagWriter& writer, const tagWriter*& failed) {
+  int result = WriteBackFirst(writer, failed);
+  if (result != eResultSuccess || m_FrontLength == 0) return result;
+  HandOver(failed);
+  return WriteBackFirst(writer, failed);
+}
+
+// Writes what the back buffer holds; the rotation that may wait behind it stays with the writer
+// thread. Caller holds m_BufferMutex.
+int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
   {
-    CGuard guard(&m_WriteMutex);
-    if (m_BackLength == 0 && m_FrontLength == 0) return eResultSuccess;
+    CGuard guard(&m_WriteMutex);  // a write of the writer thread comes to its end here
+    if (m_BackLength == 0) return eResultSuccess;
   }
   int result = LockFile(writer);
   if (result == eResultSuccess) {
-    result = m_BackLength == 0 ? eResultSuccess : WriteBack(writer, failed);
+    result = WriteBack(writer, failed);
     m_WriteMutex.unlock();
-  }
-  if (result == eResultSuccess && m_FrontLength > 0) {
-    HandOver();
-    result = LockFile(writer);
-    if (result == eResultSuccess) {
-      result = WriteBack(writer, failed);
-      m_WriteMutex.unlock();
-    }
   }
   return ClearWhenFull(result);
 }
@@ -204,40 +218,78 @@ bool COutput::MakeBuffers(uint32_t size) {
 void COutput::DropBuffers() {
   CGuard guard(&m_WriteMutex);
   RelaxedStore(m_BufferReset, 1);
-  m_Statistics.m_RecordsLost += m_BackRecords + m_FrontRecords;
+  DropBack(true);
+  m_Statistics.m_RecordsReplaced += m_FrontRecords;
+  m_Statistics.m_BytesReplaced += static_cast<uint32_t>(m_FrontLength);
   std::free(m_BackBuffer);
   std::free(m_FrontBuffer);
   m_BackBuffer = nullptr;
   m_FrontBuffer = nullptr;
   m_BufferCapacity = 0;
-  m_BackLength = 0;
-  m_BackRecords = 0;
   m_FrontLength = 0;
   m_FrontRecords = 0;
 }
 
-// Moves the front buffer's content to the back buffer, over what that still holds, and wakes the
-// writer. With nothing to move it only wakes the writer (for a rotation that waits): an empty batch
-// must not replace an unwritten one. Caller holds m_BufferMutex.
-void COutput::HandOver() {
+// Moves the front buffer's content to the back buffer, over what that still holds (eOverflowWrite:
+// after that has been written), and wakes the writer. With nothing to move it only wakes the writer
+// (for a rotation that waits): an empty batch must not replace an unwritten one. Caller holds
+// m_BufferMutex.
+void COutput::HandOver(const tagWriter*& failed) {
+  const tagWriter* writer = ModeWriter();
+  if (RelaxedLoad(m_Overflow) == eOverflowWrite && m_FrontLength > 0 && writer != nullptr) {
+    WriteBackFirst(*writer, failed);  // on a full disk this clears the front buffer as well
+  }
   if (m_FrontLength > 0) {
     CGuard guard(&m_WriteMutex);
-    m_Statistics.m_RecordsLost += m_BackRecords;
+    DropBack(true);
+    ++m_HandedOver;
     std::memcpy(m_BackBuffer, m_FrontBuffer, static_cast<size_t>(m_FrontLength));
     m_BackLength = m_FrontLength;
     m_BackRecords = m_FrontRecords;
+    ++m_Statistics.m_Batches;
+    m_Statistics.m_BytesHandedOver += static_cast<uint32_t>(m_FrontLength);
     m_FrontLength = 0;
     m_FrontRecords = 0;
   } else if (RelaxedLoad(m_RotatePending) == 0) {
     return;
   }
+  WakeWriter();
+}
+
+void COutput::HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed) {
+  if (m_FrontLength == 0) return;
+  const uint32_t last = RelaxedLoad(m_LastFlushTime);
+  if (last != 0 && WallMilliseconds() - last >= static_cast<uint32_t>(writeInterval)) {
+    HandOver(failed);
+  }
+}
+
+// Forgets what the back buffer holds. Caller holds m_WriteMutex.
+void COutput::DropBack(bool replaced) {
+  const auto bytes = static_cast<uint32_t>(m_BackLength);
+  (replaced ? m_Statistics.m_RecordsReplaced : m_Statistics.m_RecordsDropped) += m_BackRecords;
+  (replaced ? m_Statistics.m_BytesReplaced : m_Statistics.m_BytesDropped) += bytes;
+  if (m_BackLength > 0) m_LostBatch = m_HandedOver;
+  m_BackLength = 0;
+  m_BackRecords = 0;
+}
+
+// Caller holds m_BufferMutex.
+void COutput::WakeWriter() {
+  if (RelaxedLoad(m_WriterOnDemand) == eOnDemandIdle) {
+    RelaxedStore(m_WriterOnDemand, eOnDemandWanted);
+  }
   m_Signal.signal();
 }
 
-void COutput::HandOverWhenDue(int32_t writeInterval) {
-  if (m_FrontLength == 0) return;
-  const uint32_t last = RelaxedLoad(m_LastFlushTime);
-  if (last != 0 && WallMilliseconds() - last >= static_cast<uint32_t>(writeInterval)) HandOver();
+// Starts the writer of a forked child, once. No lock is held: a failure is reported.
+void COutput::StartWantedWriter() {
+  {
+    CGuard guard(&m_BufferMutex);
+    if (m_WriterOnDemand != eOnDemandWanted || RelaxedLoad(m_Ended) != eLifeOpen) return;
+    RelaxedStore(m_WriterOnDemand, eOnDemandNo);
+  }
+  m_Thread.Create(this);
 }
 
 void COutput::StampNextFileName() {
@@ -255,16 +307,18 @@ const tagWriter* COutput::ModeWriter() const {
 }
 
 int COutput::WriteBuffer2File() {
-  CGuard guard(&m_BufferMutex);
-  if (m_BackBuffer != nullptr && m_FrontLength != 0) HandOver();
+  const tagWriter* failed = nullptr;
+  {
+    CGuard guard(&m_BufferMutex);
+    if (m_BackBuffer != nullptr && m_FrontLength != 0) HandOver(failed);
+  }
+  Settle(failed);
   return eResultSuccess;
 }
 
 int COutput::Losslog() {
   CGuard guard(&m_WriteMutex);
-  m_Statistics.m_RecordsLost += m_BackRecords;
-  m_BackLength = 0;
-  m_BackRecords = 0;
+  DropBack(false);
   return eResultSuccess;
 }
 

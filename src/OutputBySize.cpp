@@ -35,8 +35,8 @@ int COutput::PrepareBySize(const tagWriter& writer) {
 // even if its file cannot be opened: the next call then tries the same slot again and removes
 // nothing further.
 int COutput::RotateBySize(const tagWriter& writer) {
+  NoteFinished();
   CloseCurrent();
-  ++m_Statistics.m_Rotations;
   AdvanceSlot();
   const bool opened = m_SlotOpened[m_FileIndex] != 0;
   RemoveSlotFile(m_FileIndex, writer.m_CloseAfterWrite);

@@ -24,8 +24,8 @@ int COutput::PrepareByTime() {
   const bool isFree = *name == '\0';
   const bool neverOpened = m_SlotOpened[m_FileIndex] == 0 && m_SlotRestored[m_FileIndex] == 0;
   if (!isFree && !neverOpened) {
+    NoteFinished();
     CloseCurrent();
-    ++m_Statistics.m_Rotations;
     AdvanceSlot();
     m_SlotOpened[m_FileIndex] = 1;  // looked for under the log path first, then under its name
     RemoveSlotFile(m_FileIndex, true);

@@ -54,11 +54,11 @@ int COutput::ClearFileInfo() {
   CloseCurrent();
   for (int slot = 0; slot < count; ++slot)
     RemoveSlotFile(slot, false);
+  DropBack(false);
+  m_Statistics.m_RecordsDropped += m_FrontRecords;
+  m_Statistics.m_BytesDropped += static_cast<uint32_t>(m_FrontLength);
   m_FrontLength = 0;
-  m_BackLength = 0;
-  m_Statistics.m_RecordsLost += m_FrontRecords + m_BackRecords;
   m_FrontRecords = 0;
-  m_BackRecords = 0;
   m_FileSize = 0;
   m_FileIndex = 0;
   char config[kConfigFieldBytes] = {};

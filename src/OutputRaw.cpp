@@ -16,6 +16,7 @@ int COutput::PrepareRaw() {
   tagLimits limits;
   ReadLimits(limits);
   if (limits.m_LogMaxSize < m_FileSize) {
+    NoteFinished();
     CloseCurrent();
     m_FileIndex = static_cast<int8_t>((m_FileIndex + 1) % 2);
     if (m_SlotOpened[m_FileIndex] != 0) {
@@ -25,7 +26,6 @@ int COutput::PrepareRaw() {
           RemoveFile(path) == 0) {
         ++m_Statistics.m_FilesRemoved;
       }
-      ++m_Statistics.m_Rotations;
       const int result = OpenSlot(false);
       if (result != eResultSuccess) return result;
       m_FileSize = 0;

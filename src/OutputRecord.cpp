@@ -49,13 +49,14 @@ int Priority(eLogLevel level) {
 }
 
 // Returns false for an invalid level, which is reported.
-bool WriteSystemLog(eLogLevel level, const char* text, int reportLine) {
+bool WriteSystemLog(eLogLevel level, const char* text, int reportLine, uintptr_t& counter) {
   const int priority = Priority(level);
   if (priority == -1) {
     ReportNumber("Output", "Logs", reportLine, "level invalid", static_cast<int>(level));
     return false;
   }
   ::syslog(priority, "%s", text);
+  RelaxedAdd(counter, 1);
   return true;
 }
 
@@ -113,7 +114,10 @@ int COutput::Log(eLogLevel level, const char* module, const char* title, const c
 
 int COutput::LogWith(const tagRecordHead& head, const char* format, const tagArguments& arguments) {
   if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
-  if (!LevelPasses(head.m_Level, *head.m_Filter)) return eResultDisabled;
+  if (!LevelPasses(head.m_Level, *head.m_Filter)) {
+    RelaxedAdd(m_BelowLevel, 1);
+    return eResultDisabled;
+  }
   const int callerErrno = errno;
   tagRecordText record;
   int dateTimeLength = 0;
@@ -167,7 +171,8 @@ int COutput::Deliver(const tagRecord& record) {
   const tagAttribute* global = GlobalSettings();
   if (RelaxedLoad(global->m_OutputConsole) != 0) PrintRecord(record);
   if (RelaxedLoad(global->m_OutputSystem) != 0 &&
-      !WriteSystemLog(record.m_Level, record.m_Text + record.m_Skip, kSinkLevelLine)) {
+      !WriteSystemLog(record.m_Level, record.m_Text + record.m_Skip, kSinkLevelLine,
+                      m_SystemRecords)) {
     return eResultInvalid;
   }
   if (RelaxedLoad(global->m_OutputFile) == 0 || !ReportMayUseFile()) return eResultSuccess;
@@ -192,7 +197,10 @@ int COutput::LogRaw(const tagRecordHead& head, const char* data, int length, int
                     const tagWriter& writer) {
   if (data == nullptr || length < 0) return eResultInvalid;
   if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
-  if (!LevelPasses(head.m_Level, *head.m_Filter)) return eResultDisabled;
+  if (!LevelPasses(head.m_Level, *head.m_Filter)) {
+    RelaxedAdd(m_BelowLevel, 1);
+    return eResultDisabled;
+  }
   const int callerErrno = errno;
   const tagAttribute* global = GlobalSettings();
   int result = eResultSuccess;
@@ -202,12 +210,13 @@ int COutput::LogRaw(const tagRecordHead& head, const char* data, int length, int
     WritePrefix(prefix, kRawPrefixBytes, head, dateTimeLength);
     PrintRaw(head.m_Level, head.m_Module, prefix, data);
   }
-  if (RelaxedLoad(global->m_OutputSystem) != 0 && !WriteSystemLog(head.m_Level, data, levelLine)) {
+  if (RelaxedLoad(global->m_OutputSystem) != 0 &&
+      !WriteSystemLog(head.m_Level, data, levelLine, m_SystemRecords)) {
     result = eResultInvalid;
   } else if (RelaxedLoad(global->m_OutputFile) != 0 && ReportMayUseFile()) {
     const tagWriter* failed = nullptr;
     result = Write(writer, data, length, failed);
-    Report(failed);
+    Settle(failed);
   }
   errno = callerErrno;
   return result;

@@ -91,7 +91,7 @@ void COutput::PrintRaw(eLogLevel level, const char* module, const char* prefix, 
     CStreamGuard guard;
     printed = *prefix == '\0' || PrintText(prefix);
     // A lost terminal is recovered before the data, which then reaches the new one.
-    if (!printed) AfterPrint(true);
+    if (!printed) Recover();
     printed = PrintColoured(colour, data);
   }
   AfterPrint(!printed);
@@ -100,9 +100,14 @@ void COutput::PrintRaw(eLogLevel level, const char* module, const char* prefix, 
 // A redirected terminal gets each record at once; one that is lost is left for the console device.
 // The record is not printed again.
 void COutput::AfterPrint(bool failed) {
+  RelaxedAdd(m_TerminalRecords, 1);
   if (RelaxedLoad(m_TerminalFd) == -1) return;
   if (!failed) failed = std::fflush(stdout) != 0;
-  if (failed && errno == EIO) RedirectConsole();
+  if (failed) Recover();
+}
+
+void COutput::Recover() {
+  if (errno == EIO && RelaxedLoad(m_TerminalFd) != -1) RedirectConsole();
 }
 
 int COutput::LogTerminal(const char* path, int pathLength, const char* module, int moduleLength,

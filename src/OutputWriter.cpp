@@ -11,6 +11,7 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <ctime>
 
 #include "FileIo.h"
 #include "FileName.h"
@@ -46,36 +47,53 @@ const tagWriter kTimeWriterV1 = {tagWriter::eKind::kByTime, true, "WriteLogByTim
 const tagWriter kRawWriter = {tagWriter::eKind::kRaw, false, "Logs", 1159};
 const tagWriter kLocatedRawWriter = {tagWriter::eKind::kRaw, false, "Logs", 1525};
 
-// Makes the report that had to wait until all locks were released.
-void COutput::Report(const tagWriter* failed) {
+// What had to wait until all locks were released: the report of a failed write, and telling the
+// application of files that are finished.
+void COutput::Settle(const tagWriter* failed) {
   if (failed != nullptr) ReportFileFailure(failed->m_Function, failed->m_ReportLine);
+  if (RelaxedLoad(m_WriterOnDemand) == eOnDemandWanted) StartWantedWriter();
+  if (RelaxedLoad(m_FinishedCount) == 0) return;
+  char paths[sizeof(m_Finished) / sizeof(m_Finished[0])][kFilePathBytes];
+  void (*callback)(const char*, void*);
+  void* context;
+  int count;
+  {
+    CGuard guard(&m_WriteMutex);
+    count = m_FinishedCount;
+    std::memcpy(paths, m_Finished, sizeof(paths));
+    callback = m_RotationCallback;
+    context = m_RotationContext;
+    RelaxedStore(m_FinishedCount, 0);
+  }
+  for (int i = 0; i < count && callback != nullptr; ++i)
+    callback(paths[i], context);
 }
 
 int COutput::WriteLogBySzie(const char* data, int length) {
   const tagWriter* failed = nullptr;
   const int result = Write(kSizeWriter, data, length, failed);
-  Report(failed);
+  Settle(failed);
   return result;
 }
 
 int COutput::WriteLogBySzieV1(const char* data, int length) {
   const tagWriter* failed = nullptr;
   const int result = Write(kSizeWriterV1, data, length, failed);
-  Report(failed);
+  Settle(failed);
   return result;
 }
 
 int COutput::WriteLogByTime(const char* data, int length) {
   const tagWriter* failed = nullptr;
   const int result = Write(kTimeWriter, data, length, failed);
-  Report(failed);
+  Settle(failed);
   return result;
 }
 
 int COutput::WriteLogByTimeV1(const char* data, int length) {
   const tagWriter* failed = nullptr;
   const int result = Write(kTimeWriterV1, data, length, failed);
-  Report(failed);
+  Settle(failed);
   return result;
 }
 
@@ -91,9 +109,9 @@ int COutput::Write(const tagWriter& writer, const char* data, int length,
     if (data == nullptr) {
       result = WriteBack(writer, failed);
     } else {
-      ++m_Statistics.m_RecordsAccepted;
+      CountDirect(length);
       result = WriteBytes(writer, data, length, true, failed);
-      ++(result == eResultSuccess ? m_Statistics.m_RecordsWritten : m_Statistics.m_RecordsLost);
+      ++(result == eResultSuccess ? m_Statistics.m_RecordsWritten : m_Statistics.m_RecordsDropped);
     }
     m_WriteMutex.unlock();
     result = ClearWhenFull(result);
@@ -102,11 +120,17 @@ int COutput::Write(const tagWriter& writer, const char* data, int length,
     }
   } else if (data != nullptr) {
     CGuard guard(&m_WriteMutex);
-    ++m_Statistics.m_RecordsAccepted;
-    ++m_Statistics.m_RecordsLost;
+    CountDirect(length);
+    ++m_Statistics.m_RecordsDropped;
+    m_Statistics.m_BytesDropped += static_cast<uint32_t>(length);
   }
   if (ordered) m_BufferMutex.unlock();
   return result;
+}
+
+void COutput::CountDirect(int length) {
+  ++m_Statistics.m_RecordsAccepted;
+  m_Statistics.m_BytesAccepted += static_cast<uint32_t>(length);
 }
 
 // Returns 0 with m_WriteMutex held and the current slot's file open for this writer, else the
@@ -156,12 +180,14 @@ int COutput::WriteBytes(const tagWriter& writer, const char* data, int length, b
   const auto start = CSteadyClock::now();
   auto rest = static_cast<size_t>(length);
   bool firstError = true;
+  ++m_Statistics.m_Writes;
   for (;;) {
     size_t written = 0;
     const int error = WriteAll(m_CurrentFd, data, rest, &written);
     data += written;
     rest -= written;
     m_Statistics.m_BytesWritten += written;
+    m_SlotUnsynced[m_FileIndex] = 1;
     if (counted) {
       const int64_t size = static_cast<int64_t>(m_FileSize) + static_cast<int64_t>(written);
       m_FileSize = size < INT32_MAX ? static_cast<int32_t>(size) : INT32_MAX;
@@ -169,19 +195,25 @@ int COutput::WriteBytes(const tagWriter& writer, const char* data, int length, b
     if (error == 0) return eResultSuccess;
     if (firstError) ++m_Statistics.m_WriteErrors;
     firstError = false;
-    m_Statistics.m_LastError = error;
+    NoteError(error);
+    int result = eResultFailure;
     if (error == ENOSPC && writer.m_Kind != tagWriter::eKind::kRaw) {
       RelaxedStore(m_DiskFull, 1);
-      return kDiskFull;
-    }
-    if (error != EBADF) return eResultFailure;
-    if (CSteadyClock::now() - start >= kRetryLimit) {
+      result = kDiskFull;
+    } else if (error == EBADF) {
+      if (CSteadyClock::now() - start < kRetryLimit) continue;
       m_FileFds[m_FileIndex] = -1;
       m_CurrentFd = -1;
       failed = &writer;
-      return eResultFailure;
     }
+    m_Statistics.m_BytesDropped += rest;
+    return result;
   }
+}
+
+void COutput::NoteError(int error) {
+  m_Statistics.m_LastError = error;
+  m_Statistics.m_LastErrorTime = static_cast<int64_t>(std::time(nullptr));
 }
 
 // Caller holds m_WriteMutex. Whatever happens, the batch is gone afterwards; on a full disk it goes
@@ -189,13 +221,15 @@ int COutput::WriteBytes(const tagWriter& writer, const char* data, int length, b
 int COutput::WriteBack(const tagWriter& writer, const tagWriter*& failed) {
   if (RelaxedLoad(m_BufferReset) != 0) return eResultSuccess;
   const bool counted = writer.m_Kind == tagWriter::eKind::kBySize;
+  m_WritingThread = ::pthread_self();
+  RelaxedStore(m_Writing, 1);
   const int result = WriteBytes(writer, m_BackBuffer, m_BackLength, counted, failed);
-  if (result != kDiskFull) {
-    (result == eResultSuccess ? m_Statistics.m_RecordsWritten : m_Statistics.m_RecordsLost) +=
-        m_BackRecords;
-    m_BackLength = 0;
-    m_BackRecords = 0;
-  }
+  (result == eResultSuccess ? m_Statistics.m_RecordsWritten : m_Statistics.m_RecordsDropped) +=
+      m_BackRecords;
+  if (result != eResultSuccess) m_LostBatch = m_HandedOver;
+  m_BackLength = 0;
+  m_BackRecords = 0;
+  RelaxedStore(m_Writing, 0);
   if (result == eResultSuccess) {
     const uint32_t now = WallMilliseconds();
     RelaxedStore(m_LastFlushTime, now == 0 ? 1 : now);  // 0 means "never"
@@ -219,9 +253,11 @@ int COutput::RotateWhenPending(const tagWriter& writer) {
   if (RelaxedLoad(m_RotatePending) == 0 || RelaxedLoad(m_Ended) == eLifeEnded) {
     return eResultSuccess;
   }
+  // A batch that was handed over in the meantime belongs to the old file; its writer rotates.
+  if (m_BackLength > 0) return eResultSuccess;
   RelaxedStore(m_RotatePending, 0);
+  NoteFinished();
   CloseCurrent();
-  ++m_Statistics.m_Rotations;
   return writer.m_Kind == tagWriter::eKind::kByTime ? RotatePendingByTime(writer)
                                                     : RotatePendingBySize();
 }
@@ -234,6 +270,19 @@ void COutput::AdvanceSlot() {
   const int next = m_FileIndex + 1;
   const bool wraps = limits.m_LogMaxCount <= next || next >= kSlotCount;
   m_FileIndex = static_cast<int8_t>(wraps ? 0 : next);
+}
+
+// The current file is left for another one. Caller holds both mutexes.
+void COutput::NoteFinished() {
+  ++m_Statistics.m_Rotations;
+  if (m_RotationCallback == nullptr || m_FileNames[m_FileIndex][0] == '\0') return;
+  constexpr int kRoom = static_cast<int>(sizeof(m_Finished) / sizeof(m_Finished[0]));
+  // The callback is told of the latest files when it is slower than the rotations.
+  if (m_FinishedCount == kRoom) std::memmove(m_Finished[0], m_Finished[1], kFilePathBytes);
+  const int last = m_FinishedCount < kRoom ? m_FinishedCount : kRoom - 1;
+  if (SlotPath(m_Finished[last], LogPath(), m_FileNames[m_FileIndex])) {
+    RelaxedStore(m_FinishedCount, last + 1);
+  }
 }
 
 void COutput::CloseCurrent() {
@@ -272,7 +321,7 @@ int COutput::OpenSlot(bool append) {
   m_NewFileOpened = 0;
   if (fd == -1) {
     ++m_Statistics.m_OpenErrors;
-    m_Statistics.m_LastError = errno;
+    NoteError(errno);
     return eResultInvalid;
   }
   m_FileFds[slot] = fd;
@@ -324,6 +373,7 @@ void COutput::FreeSlot(int slot) {
   std::memset(m_FileNames[slot], 0, sizeof(m_FileNames[slot]));
   m_SlotOpened[slot] = 0;
   m_SlotRestored[slot] = 0;
+  m_SlotUnsynced[slot] = 0;
 }
 
 }  // namespace Kelvik

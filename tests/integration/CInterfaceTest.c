@@ -184,14 +184,14 @@ static void StatisticsAreSizeVersioned(void) {
   } record;
   size_t i;
   const unsigned int size = (unsigned int)sizeof(record.known);
-  CHECK_INT(64, sizeof(struct tagKelvikStatistics));
+  const unsigned int firstSize = 64; /* of the record's first version */
   CHECK_INT(3, KelvikExtra_GetStatistics(NULL, size));
   memset(&record, 0x5a, sizeof(record));
-  CHECK_INT(3, KelvikExtra_GetStatistics(&record.known, size - 1));
+  CHECK_INT(3, KelvikExtra_GetStatistics(&record.known, firstSize - 1));
   for (i = 0; i < sizeof(record); i++)
     CHECK_INT(0x5a, ((unsigned char*)&record)[i]);
   CHECK_INT(0, KelvikExtra_GetStatistics(&record.known, (unsigned int)sizeof(record)));
-  CHECK_INT(64, record.known.m_Size);
+  CHECK_INT(size, record.known.m_Size);
   CHECK_INT(0, record.known.m_LastError);
   CHECK_INT(0, record.known.m_OpenErrors);
   for (i = 0; i < sizeof(record.later); i++)

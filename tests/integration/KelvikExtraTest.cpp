@@ -142,8 +142,13 @@ CHILD_CASE(RefuseAndFill) {
     EXPECT_EQ(3, KelvikExtra_GetStatistics(&record.m_Known, size));
     EXPECT_EQ(0, std::memcmp(untouched.data(), &record, sizeof(record)));
   }
-  EXPECT_EQ(0, KelvikExtra_GetStatistics(&record.m_Known, sizeof(record)));
+  // A caller that knows the first version only gets no byte more.
+  EXPECT_EQ(0, KelvikExtra_GetStatistics(&record.m_Known, 64));
   EXPECT_EQ(64u, record.m_Known.m_Size);
+  EXPECT_EQ(0, std::memcmp(untouched.data(), reinterpret_cast<unsigned char*>(&record) + 64,
+                           sizeof(record) - 64));
+  EXPECT_EQ(0, KelvikExtra_GetStatistics(&record.m_Known, sizeof(record)));
+  EXPECT_EQ(sizeof(tagKelvikStatistics), record.m_Known.m_Size);
   EXPECT_EQ(0, std::memcmp(untouched.data(), record.m_Later, sizeof(record.m_Later)));
   return 0;
 }

@@ -23,8 +23,7 @@ __attribute__((format(printf, 2, 0))) std::string Printed(int room, const char* 
                                                           va_list arguments) {
   std::vector<char> field(static_cast<size_t>(room), '\0');
   static_cast<void>(vsnprintf(field.data(), field.size(), format, arguments));
-  field.back() = '\0';
-  return field.data();
+  return std::string(field.data(), strnlen(field.data(), field.size()));
 }
 
 // Formats into a field of junk with a guard byte behind it.
@@ -33,10 +32,10 @@ __attribute__((format(printf, 2, 0))) std::string Formatted(int room, const char
   std::vector<char> field(static_cast<size_t>(room) + 1, kGuard);
   const int length = FormatMessage(field.data(), room, format, arguments);
   EXPECT_EQ(field.back(), kGuard) << format;
-  field.back() = '\0';
-  EXPECT_EQ(length, static_cast<int>(strlen(field.data()))) << format;
+  const std::string text(field.data(), strnlen(field.data(), field.size()));
+  EXPECT_EQ(length, static_cast<int>(text.size())) << format;
   EXPECT_LT(length, room) << format;
-  return field.data();
+  return text;
 }
 
 __attribute__((format(printf, 1, 2))) void ExpectAsPrinted(const char* format, ...) {

@@ -1,0 +1,98 @@
+#include "Statistics.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+#include "FileIo.h"
+#include "Global.h"
+#include "Kelvik.h"
+
+namespace Kelvik {
+namespace {
+
+struct tagCounter {
+  const char* m_Name;
+  uint64_t tagKelvikStatistics::*m_Field;
+};
+
+constexpr tagCounter kCounters[] = {
+    {"records accepted", &tagKelvikStatistics::m_RecordsAccepted},
+    {"records written", &tagKelvikStatistics::m_RecordsWritten},
+    {"records replaced", &tagKelvikStatistics::m_RecordsReplaced},
+    {"records dropped", &tagKelvikStatistics::m_RecordsDropped},
+    {"records below level", &tagKelvikStatistics::m_RecordsBelowLevel},
+    {"records refused", &tagKelvikStatistics::m_RecordsRefused},
+    {"records on terminal", &tagKelvikStatistics::m_TerminalRecords},
+    {"records to syslog", &tagKelvikStatistics::m_SystemRecords},
+    {"bytes formatted", &tagKelvikStatistics::m_BytesFormatted},
+    {"bytes handed over", &tagKelvikStatistics::m_BytesHandedOver},
+    {"bytes written", &tagKelvikStatistics::m_BytesWritten},
+    {"bytes replaced", &tagKelvikStatistics::m_BytesReplaced},
+    {"bytes dropped", &tagKelvikStatistics::m_BytesDropped},
+    {"batches", &tagKelvikStatistics::m_Batches},
+    {"writes", &tagKelvikStatistics::m_Writes},
+    {"rotations", &tagKelvikStatistics::m_Rotations},
+    {"files removed", &tagKelvikStatistics::m_FilesRemoved},
+    {"open errors", &tagKelvikStatistics::m_OpenErrors},
+    {"write errors", &tagKelvikStatistics::m_WriteErrors},
+    {"datagrams accepted", &tagKelvikStatistics::m_DatagramsAccepted},
+    {"datagrams refused", &tagKelvikStatistics::m_DatagramsRefused},
+    {"buffer high water", &tagKelvikStatistics::m_BufferHighWater},
+};
+
+void WriteLine(int fd, const char* line, int length) {
+  if (length > 0) WriteAll(fd, line, static_cast<size_t>(length), nullptr);
+}
+
+}  // namespace
+
+void CollectStatistics(tagKelvikStatistics& statistics) {
+  CGlobal* global = CGlobal::Instance();
+  tagOutputStatistics output;
+  global->GetOutput().GetStatistics(output);
+  statistics.m_LastError = output.m_LastError;
+  statistics.m_RecordsAccepted = output.m_RecordsAccepted;
+  statistics.m_RecordsWritten = output.m_RecordsWritten;
+  statistics.m_RecordsLost = output.m_RecordsReplaced + output.m_RecordsDropped;
+  statistics.m_BytesWritten = output.m_BytesWritten;
+  statistics.m_OpenErrors = output.m_OpenErrors;
+  statistics.m_WriteErrors = output.m_WriteErrors;
+  statistics.m_Rotations = output.m_Rotations;
+  statistics.m_RecordsReplaced = output.m_RecordsReplaced;
+  statistics.m_RecordsDropped = output.m_RecordsDropped;
+  statistics.m_RecordsBelowLevel = output.m_BelowLevel;
+  statistics.m_RecordsRefused = output.m_Refused;
+  statistics.m_BytesFormatted = output.m_BytesAccepted;
+  statistics.m_BytesHandedOver = output.m_BytesHandedOver;
+  statistics.m_BytesReplaced = output.m_BytesReplaced;
+  statistics.m_BytesDropped = output.m_BytesDropped;
+  statistics.m_Batches = output.m_Batches;
+  statistics.m_Writes = output.m_Writes;
+  statistics.m_FilesRemoved = output.m_FilesRemoved;
+  statistics.m_TerminalRecords = output.m_TerminalRecords;
+  statistics.m_SystemRecords = output.m_SystemRecords;
+  statistics.m_LastErrorTime = output.m_LastErrorTime;
+  statistics.m_BufferHighWater = output.m_BufferHighWater;
+  global->GetConsole().GetCounters(statistics.m_DatagramsAccepted, statistics.m_DatagramsRefused);
+}
+
+int ShowStatistics(int fd, const char* module, const char* title, void* param) {
+  static_cast<void>(param);
+  tagKelvikStatistics statistics = {};
+  CollectStatistics(statistics);
+  char line[320];
+  int length = std::snprintf(line, sizeof(line), "[Statistics] module:%.120s title:%.120s.\n",
+                             module, title);
+  WriteLine(fd, line, length);
+  for (const tagCounter& counter : kCounters) {
+    length = std::snprintf(line, sizeof(line), "%s: %" PRIu64 "\n", counter.m_Name,
+                           statistics.*counter.m_Field);
+    WriteLine(fd, line, length);
+  }
+  length = std::snprintf(line, sizeof(line), "last error: %d at %" PRId64 "\n",
+                         statistics.m_LastError, statistics.m_LastErrorTime);
+  WriteLine(fd, line, length);
+  return eResultSuccess;
+}
+
+}  // namespace Kelvik
