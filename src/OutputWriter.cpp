@@ -331,25 +331,21 @@ int COutput::OpenSlot(bool append) {
 }
 
 // Removes a slot's file and frees the slot. A file that this process opened stands under the log
-// path (or, after a change of the working folder's mind, under its bare name); one that it did not
-// open is removed under the name as it was restored. tryFolder: a bare name that is not found there
-// is tried under the log path too; so is one that was restored without its folder.
+// path or, where it is not found there, under its bare name; one that it did not open is removed
+// under the name as it was restored. tryFolder: a bare name that is not found is looked for under
+// the log path too, as is one that was restored without its folder. A name that is a path of its
+// own is nowhere else.
 void COutput::RemoveSlotFile(int slot, bool tryFolder) {
   const char* name = m_FileNames[slot];
   if (*name == '\0') return;  // a free slot: removing "" would cost a system call
   CloseDescriptor(m_FileFds[slot]);
   if (!IsSharedFile(slot)) {
-    char path[kFilePathBytes];
-    const bool joined = JoinPath(path, LogPath(), name);
-    const bool bareRestored = m_SlotRestored[slot] != 0 && !IsPath(name);
-    int error = ENOENT;
-    if (m_SlotOpened[slot] != 0) {
-      if (joined) error = RemoveFile(path);
-      if (error == ENOENT) error = RemoveFile(name);
-    } else {
-      error = RemoveFile(name);
-      if (error == ENOENT && joined && (tryFolder || bareRestored)) error = RemoveFile(path);
-    }
+    char joined[kFilePathBytes];
+    const bool hasFolder = !IsPath(name) && JoinPath(joined, LogPath(), name);
+    const bool opened = m_SlotOpened[slot] != 0;
+    const bool folderToo = hasFolder && (opened || tryFolder || m_SlotRestored[slot] != 0);
+    int error = RemoveFile(opened && folderToo ? joined : name);
+    if (error == ENOENT && folderToo) error = RemoveFile(opened ? name : joined);
     if (error == 0) ++m_Statistics.m_FilesRemoved;
   }
   FreeSlot(slot);
