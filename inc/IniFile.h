@@ -363,13 +363,10 @@ class xini_section_t : public xini_node_t {
  private:
   friend class xini_file_t;
   using nodes_t = std::list<xini_node_t*>;
-  using keys_t = std::map<std::string, xini_keyvalue_t*, xstr_icmp_t>;
 
   const xini_node_t* last_node() const;
   std::ostream& write_node(const xini_node_t* node, std::ostream& stream) const;
-  keys_t::iterator find_place(const std::string& name);
-  bool is_key_at(keys_t::iterator place, const std::string& name) const;
-  void push_key(xini_keyvalue_t* key, keys_t::iterator hint);
+  bool push_key(xini_keyvalue_t* key);
   void push_run_node(xini_node_t* node);
   void end_with_nilline();
   bool has_movable_run();
@@ -378,7 +375,7 @@ class xini_section_t : public xini_node_t {
 
   std::string m_xstr_name;  // trimmed; empty for the unnamed section
   nodes_t m_xlst_node;      // owned (but for itself): the lines up to the last key or header
-  keys_t m_xmap_ndkv;       // the keys among them
+  std::map<std::string, xini_keyvalue_t*, xstr_icmp_t> m_xmap_ndkv;  // the keys among them
   std::list<nodes_t>
       m_xlst_runs;  // owned: the lines behind m_xlst_node, a run per entry, none empty
 };
@@ -424,26 +421,14 @@ inline std::ostream& xini_section_t::operator>>(std::ostream& stream) const {
   return stream;
 }
 
-// Where the key of that name is or belongs. Names often come in order: the end is tried first.
-inline xini_section_t::keys_t::iterator xini_section_t::find_place(const std::string& name) {
-  if (!m_xmap_ndkv.empty() && m_xmap_ndkv.key_comp()(m_xmap_ndkv.rbegin()->first, name)) {
-    return m_xmap_ndkv.end();
-  }
-  return m_xmap_ndkv.lower_bound(name);
-}
-
-inline bool xini_section_t::is_key_at(keys_t::iterator place, const std::string& name) const {
-  return place != m_xmap_ndkv.end() && !m_xmap_ndkv.key_comp()(name, place->first);
-}
-
 inline xini_keyvalue_t& xini_section_t::operator[](const std::string& key) {
   const std::string name = trim_xstr(key);
   xini_require(xini_keyvalue_t::check_kname(name), "xini_keyvalue_t::check_kname(xstr_nkey)");
-  const auto place = find_place(name);
-  if (is_key_at(place, name)) return *place->second;
+  xini_keyvalue_t* found = find_knode(name);
+  if (found != nullptr) return *found;
   std::unique_ptr<xini_keyvalue_t> node(xini_keyvalue_t::try_create(name + "=", m_xowner_ptr));
   xini_require(node != nullptr, "__null != xndkv_ptr");
-  push_key(node.get(), place);
+  push_key(node.get());
   return *node.release();
 }
 
@@ -454,27 +439,26 @@ inline bool xini_section_t::push_node(xini_node_t* node) {
     case XINI_NTYPE_COMMENT:
       push_run_node(node);
       return true;
-    case XINI_NTYPE_KEYVALUE: {
-      xini_keyvalue_t* key = static_cast<xini_keyvalue_t*>(node);
-      const auto place = find_place(key->m_xstr_kname);
-      if (is_key_at(place, key->m_xstr_kname)) return false;
-      push_key(key, place);
-      return true;
-    }
+    case XINI_NTYPE_KEYVALUE:
+      return push_key(static_cast<xini_keyvalue_t*>(node));
     default:
       return false;
   }
 }
 
-// Either done or, when memory ran out, without effect; so the caller knows whose the node is.
-inline void xini_section_t::push_key(xini_keyvalue_t* key, keys_t::iterator hint) {
+// False for a name that is there already. Either done or, when memory ran out, without effect; so
+// the caller knows whose the node is.
+inline bool xini_section_t::push_key(xini_keyvalue_t* key) {
   nodes_t entry(1, key);
-  m_xmap_ndkv.emplace_hint(hint, key->m_xstr_kname, key);
+  // Names often come in order, so the end is tried first.
+  const auto place = m_xmap_ndkv.emplace_hint(m_xmap_ndkv.end(), key->m_xstr_kname, key);
+  if (place->second != key) return false;
   for (nodes_t& run : m_xlst_runs)
     m_xlst_node.splice(m_xlst_node.end(), run);
   m_xlst_runs.clear();
   m_xlst_node.splice(m_xlst_node.end(), entry);
   key->m_xitr_place = std::prev(m_xlst_node.end());
+  return true;
 }
 
 inline void xini_section_t::push_run_node(xini_node_t* node) {

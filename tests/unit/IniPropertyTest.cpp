@@ -59,9 +59,11 @@ class CGenerator {
 
  private:
   std::string Noise() {
+    static const std::string kSigns("[]=;#\r\n\0 ak\xEF", 12);
     std::string text;
     for (std::size_t left = Number(12); left > 0; --left) {
-      text += static_cast<char>(Number(3) == 0 ? Number(256) : "[]=;#\r\n\0 ak\xEF"[Number(12)]);
+      const bool isAnyByte = Number(3) == 0;
+      text += isAnyByte ? static_cast<char>(Number(256)) : kSigns[Number(kSigns.size())];
     }
     return text;
   }
