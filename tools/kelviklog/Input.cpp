@@ -15,26 +15,44 @@ CInput::~CInput() {
   }
 }
 
+namespace {
+
+// A larger pipe lets writer and reader run longer before one waits for the other. Anything else
+// than a pipe refuses, and a pipe that may not grow stays as it is.
+void WidenPipe(int fd) {
+  constexpr int kPipeBytes = 262144;
+  if (fcntl(fd, F_GETPIPE_SZ) < kPipeBytes) {
+    static_cast<void>(fcntl(fd, F_SETPIPE_SZ, kPipeBytes));
+  }
+}
+
+}  // namespace
+
 bool CInput::Open(const std::string& name, std::string& problem) {
   if (name == "-") {
     m_Name = "standard input";
     m_Fd = STDIN_FILENO;
+    WidenPipe(m_Fd);
     return true;
   }
   m_Name = name;
   m_Fd = open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
   m_IsOwned = m_Fd >= 0;
-  if (!m_IsOwned) {
+  if (m_IsOwned) {
+    WidenPipe(m_Fd);
+  } else {
     problem = m_Name + ": " + std::strerror(errno);
   }
   return m_IsOwned;
 }
 
-eReadResult CInput::Read(int stopFd, char* space, std::size_t room, std::size_t& count,
+eReadResult CInput::Read(int stopFd, int limitMs, char* space, std::size_t room, std::size_t& count,
                          std::string& problem) {
   for (;;) {
     pollfd waits[] = {{stopFd, POLLIN, 0}, {m_Fd, POLLIN, 0}};
-    if (poll(waits, 2, -1) < 0 && errno != EINTR) {
+    const int ready = poll(waits, 2, limitMs);
+    if (ready == 0) return eReadResult::kQuiet;
+    if (ready < 0 && errno != EINTR) {
       problem = m_Name + ": " + std::strerror(errno);
       return eReadResult::kFailed;
     }

@@ -8,7 +8,7 @@
 
 namespace KelvikLog {
 
-enum class eReadResult { kBytes, kEnd, kStopped, kFailed };
+enum class eReadResult { kBytes, kQuiet, kEnd, kStopped, kFailed };
 
 // For one thread.
 class CInput {
@@ -23,8 +23,8 @@ class CInput {
 
   // Waits for bytes and puts at most room of them at space; count is set to how many (kBytes), or
   // problem to the reason (kFailed). Ends with kStopped as soon as stopFd is readable, whatever
-  // there is to read.
-  eReadResult Read(int stopFd, char* space, std::size_t room, std::size_t& count,
+  // there is to read, and with kQuiet when nothing came for limitMs milliseconds (-1: no limit).
+  eReadResult Read(int stopFd, int limitMs, char* space, std::size_t room, std::size_t& count,
                    std::string& problem);
 
  private:

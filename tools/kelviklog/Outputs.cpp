@@ -4,11 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 
 #include "Global.h"
 #include "Guard.h"
@@ -29,20 +31,29 @@ void SetNumber(int option, int32_t value) {
   SetAttribute(eAttributeOther, option, &value, sizeof(value));
 }
 
-// How records reach the files: each is written by the call that logs it, so that a fast input waits
-// for the disk and no record is ever replaced in a buffer. The one place that knows.
-void WriteEachRecordAtOnce() {
-  Kelvik::CGlobal* const global = Kelvik::CGlobal::Instance();
-  const Kelvik::CGuard guard(&global->GetOutput().m_BufferMutex);
-  const uint32_t none = 0;
-  char* const attribute = reinterpret_cast<char*>(global->GetAttribute());
-  std::memcpy(attribute + offsetof(Kelvik::tagAttribute, m_BufferSize), &none, sizeof(none));
-}
-
 Kelvik::tagAttribute Settings() {
   Kelvik::tagAttribute settings = {};
   Kelvik::CGlobal::Instance()->CopyAttribute(settings);
   return settings;
+}
+
+// How records reach the files: through the library's buffers, and a full buffer is written before
+// it is used again, so that a fast input waits for the disk and no record is lost to speed. A file
+// grows past its size by up to one buffer, so the buffer is small beside it; for files so small
+// that this leaves none, and for files that change with the time (which the library does when a
+// record comes, and only behind waiting ones), each record is written by the call that logs it. The
+// one place that knows.
+void UseBuffers() {
+  constexpr int32_t kLargest = 131072;  // bytes
+  constexpr int32_t kShare = 16;        // of a file
+  constexpr int32_t kSmallest = 1024;   // bytes, below it the library writes directly
+  const auto fileBytes = static_cast<int32_t>(Settings().m_LogMaxSize);
+  const int32_t share = fileBytes / kShare;
+  const auto bytes = static_cast<uint32_t>(share < kSmallest ? 0 : std::min(share, kLargest));
+  Kelvik::CGlobal* const global = Kelvik::CGlobal::Instance();
+  const Kelvik::CGuard guard(&global->GetOutput().m_BufferMutex);
+  char* const attribute = reinterpret_cast<char*>(global->GetAttribute());
+  std::memcpy(attribute + offsetof(Kelvik::tagAttribute, m_BufferSize), &bytes, sizeof(bytes));
 }
 
 // What the library takes as the log path: it appends the files' names to it as it stands. Paths
@@ -67,6 +78,10 @@ bool CheckLogPath(const std::string& path, std::string& problem) {
   }
   return false;
 }
+
+// Records wait in the buffer no longer than this, however slowly the input goes on. Together with
+// the write it stays below 200 ms.
+constexpr std::chrono::milliseconds kHandOverAge(100);
 
 std::string ErrorText(int error) {
   return error == 0 ? std::string("write error") : std::string(std::strerror(error));
@@ -96,13 +111,14 @@ int COutputs::Start(std::string& problem) {
   // Before the configuration file is read, so that what it says wins over the defaults, and again
   // after it, so that the options win over what it says.
   ApplyOptions();
-  WriteEachRecordAtOnce();
+  UseBuffers();
   if (m_Options.m_Config) {
     SetConfigFilePath(m_Options.m_Config->c_str());
   }
   Initialize();
   ApplyOptions();
-  WriteEachRecordAtOnce();
+  UseBuffers();
+  KelvikExtra_SetOverflow(eOverflowWrite);  // whatever the configuration file says
   if (m_Options.m_Config && (m_Options.m_Count || m_Options.m_SizeKib)) {
     RestoreRing(*m_Options.m_Config, static_cast<int>(Settings().m_LogMaxCount));
   }
@@ -178,11 +194,30 @@ bool COutputs::Flush() {
   return error != EPIPE && (settings.m_OutputFile != 0 || settings.m_OutputSystem != 0);
 }
 
+int COutputs::HandOverDueMs() {
+  if (!m_HasFile) return -1;
+  const auto now = std::chrono::steady_clock::now();
+  if (!m_IsWaiting) {
+    m_IsWaiting = true;
+    m_WaitsSince = now;
+  }
+  const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now - m_WaitsSince);
+  return age < kHandOverAge ? static_cast<int>((kHandOverAge - age).count()) : 0;
+}
+
+void COutputs::HandOver() {
+  WriteBufferContent2File();
+  m_IsWaiting = false;
+}
+
 bool COutputs::Finish(uint64_t refused, std::string& problem) {
   Flush();
+  // Without a limit, as the writes of a direct output have none.
+  KelvikExtra_Flush(std::numeric_limits<unsigned>::max(), 0);
   tagKelvikStatistics statistics = {};
   KelvikExtra_GetStatistics(&statistics, sizeof(statistics));
-  const uint64_t lost = refused + statistics.m_RecordsLost;
+  // What could not be written and still waits counts as lost, too: the process ends.
+  const uint64_t lost = refused + (statistics.m_RecordsAccepted - statistics.m_RecordsWritten);
   if (lost > 0) {
     problem = std::to_string(lost) + " of " +
               std::to_string(refused + statistics.m_RecordsAccepted) +

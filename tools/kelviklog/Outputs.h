@@ -3,6 +3,7 @@
 #ifndef KELVIK_KELVIKLOG_OUTPUTS_H_
 #define KELVIK_KELVIKLOG_OUTPUTS_H_
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -30,6 +31,14 @@ class COutputs {
   // output is gone, or there is no other output.
   bool Flush();
 
+  // For how many milliseconds records may still wait in the buffers before HandOver is due; -1: for
+  // ever, as there are no files. Call it when records were logged; the time counts from the first
+  // call after a HandOver.
+  int HandOverDueMs();
+
+  // Sends what waits in the buffers to the files.
+  void HandOver();
+
   // Waits until every record is where it should be. refused: records that the library did not take.
   // Returns false, with the reason, when one was lost.
   bool Finish(uint64_t refused, std::string& problem);
@@ -39,8 +48,10 @@ class COutputs {
   bool CheckFolder(std::string& problem) const;
 
   const tagOptions& m_Options;
-  std::string m_LogPath;          // what the names of log files are appended to
-  bool m_HasFile = false;         // file output is on
+  std::string m_LogPath;     // what the names of log files are appended to
+  bool m_HasFile = false;    // file output is on
+  bool m_IsWaiting = false;  // records were logged since the last HandOver, at first at
+  std::chrono::steady_clock::time_point m_WaitsSince;
   std::string m_TerminalProblem;  // why standard output was switched off
 };
 

@@ -56,11 +56,17 @@ class CRun {
     }
     eReadResult result = eReadResult::kBytes;
     bool goesOn = true;
-    while (goesOn && result == eReadResult::kBytes) {
+    int handOverMs = -1;
+    while (goesOn && (result == eReadResult::kBytes || result == eReadResult::kQuiet)) {
       std::size_t room = 0;
       std::size_t count = 0;
       char* const space = m_Reader.Space(room);
-      result = input.Read(m_Stop.Descriptor(), space, room, count, problem);
+      result = input.Read(m_Stop.Descriptor(), handOverMs, space, room, count, problem);
+      if (handOverMs == 0 || result == eReadResult::kQuiet) {
+        m_Outputs.HandOver();
+        handOverMs = -1;
+      }
+      if (result != eReadResult::kBytes) continue;
       m_Reader.Add(count);
       tagLine line;
       while (m_Reader.Next(line)) {
@@ -68,11 +74,13 @@ class CRun {
       }
       // Now, since the next read may wait for long.
       goesOn = m_Outputs.Flush();
+      handOverMs = m_Outputs.HandOverDueMs();
     }
     tagLine rest;
     if (m_Reader.Rest(rest)) {
       m_Logger.Log(rest);
     }
+    m_Outputs.HandOver();  // opening the next input may wait for long
     if (result == eReadResult::kFailed) {
       m_ExitCode = Fail(kExitFailed, problem);
     }
