@@ -20,6 +20,7 @@
 #include "Global.h"
 #include "IniFile.h"
 #include "Kelvik.h"
+#include "KelvikExtra.h"
 #include "Relaxed.h"
 #include "TextMatch.h"
 
@@ -91,12 +92,23 @@ constexpr size_t kWordCount = sizeof(kWords) / sizeof(kWords[0]);
 constexpr size_t kCountWord = 2;        // logMaxCount
 constexpr size_t kFirstBufferWord = 3;  // LogFilePath is written before it
 
+// Not listed in a file: it is read where somebody has set it, and never added.
+constexpr char kOverflowKey[] = "Overflow";
+
+struct tagOverflowName {
+  const char* m_Name;
+  eOverflowPolicy m_Policy;
+};
+
+constexpr tagOverflowName kOverflows[] = {{"replace", eOverflowReplace}, {"write", eOverflowWrite}};
+
 // What the file says; kKeep or an empty text where it says nothing.
 struct tagFileSettings {
   int m_Switches[kSwitchCount];
   int m_Words[kWordCount];  // in the file's units
   int m_Levels[kLevelCount];
   int m_LogIndex;
+  int m_Overflow;  // eOverflowPolicy
   std::string m_LogPath;
   std::string m_FileNames[kSlotCount];
 };
@@ -155,6 +167,20 @@ void ReadFileIndex(xini_file_t& document, int slots, tagFileSettings& settings) 
   }
 }
 
+// The policy's name in any case; any other text says nothing.
+int ReadOverflow(const xini_file_t& document) {
+  const xini_section_t* global = document.find_sect(kGlobalSection);
+  const xini_keyvalue_t* key = global == nullptr ? nullptr : global->find_knode(kOverflowKey);
+  if (key == nullptr) return kKeep;
+  for (const tagOverflowName& overflow : kOverflows) {
+    const char* value = key->value().c_str();
+    if (ContainsIgnoreCase(value, overflow.m_Name) && ContainsIgnoreCase(overflow.m_Name, value)) {
+      return overflow.m_Policy;
+    }
+  }
+  return kKeep;
+}
+
 // count: the files kept when the file does not say.
 void ReadSettings(CGlobal& context, xini_file_t& document, int count, tagFileSettings& settings) {
   xini_section_t& global = document[kGlobalSection];
@@ -168,6 +194,7 @@ void ReadSettings(CGlobal& context, xini_file_t& document, int count, tagFileSet
   for (size_t i = 0; i < kLevelCount; ++i) {
     settings.m_Levels[i] = context.GetKeyValue(&document, kLevels[i].m_Key, kGlobalSection);
   }
+  settings.m_Overflow = ReadOverflow(document);
   settings.m_LogPath = ReadText(global, "LogFilePath");
   const int read = settings.m_Words[kCountWord];
   ReadFileIndex(document, read == kKeep ? count : read, settings);
@@ -233,6 +260,9 @@ int CGlobal::ConfigFileInitialize() {
                   static_cast<uint32_t>(settings.m_Words[i]) * kWords[i].m_Scale);
       }
       ApplyLevels(m_Attribute.m_LevelMask, settings.m_Levels);
+      if (settings.m_Overflow != kKeep) {
+        m_Output.SetOverflow(static_cast<eOverflowPolicy>(settings.m_Overflow));
+      }
       if (!settings.m_LogPath.empty()) SetLogPath(settings.m_LogPath.c_str());
       const int read = settings.m_Words[kCountWord];
       RestoreRing(m_Output, settings, read == kKeep ? count : read);
