@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
-#include "../unit/IniModel.h"
-#include "../unit/IniTools.h"
+#include "IniModel.h"
+#include "IniTools.h"
 
 namespace {
 
