@@ -18,6 +18,8 @@ class xini_file_t;
 
 namespace Kelvik {
 
+struct tagLookup;
+
 constexpr int kConfigPathBytes = 128;
 
 // Any thread may call any method at any time. Results: 0 done, 1 missing callback parameter or the
@@ -47,7 +49,9 @@ class KELVIK_API CGlobal {
   // The settings that apply to a module (non-null): those of the first registered module, in byte
   // order of the names, whose name contains the argument, letter case ignored; the global ones when
   // there is none. Takes no lock; records never move.
-  tagAttribute* GetAttribute(const char* module);
+  tagAttribute* GetAttribute(const char* module) {
+    return FirstModule() == nullptr ? &m_Attribute : FindAttribute(module);
+  }
 
   COutput& GetOutput() { return m_Output; }
   CConsole& GetConsole() { return m_Console; }
@@ -146,14 +150,16 @@ class KELVIK_API CGlobal {
     tagAttribute* m_Attribute;
     tagModuleNode* m_Next;
   };
-  const tagModuleNode* FirstModule() const;
+  const tagModuleNode* FirstModule() const {
+    return __atomic_load_n(&m_FirstModule, __ATOMIC_ACQUIRE);
+  }
   static const tagModuleNode* NextModule(const tagModuleNode* node);
 
   static bool s_ConfigPathSet;  // the configuration path was set
   static bool s_ConfigLoaded;   // ConfigFileInitialize has run
 
-  // Registered with pthread_atfork: the engine's and the registries' locks are held across fork(), so
-  // that the child finds whole data. In the child they are made anew, the console is closed, and
+  // Registered with pthread_atfork: the engine's and the registries' locks are held across fork(),
+  // so that the child finds whole data. In the child they are made anew, the console is closed, and
   // the parent's buffered text is dropped (the parent writes it).
   static void BeforeFork();
   static void AfterForkInParent();
@@ -162,6 +168,8 @@ class KELVIK_API CGlobal {
  private:
   friend struct tagContext;
 
+  tagAttribute* FindAttribute(const char* module);
+  tagAttribute* WalkModules(const char* module, uint32_t generation, tagLookup& cached);
   void End();
   void PublishModule(tagModuleNode* node);
   // Stores one of m_Attribute's words, given by its offset in the record, under the buffer lock.
@@ -169,7 +177,8 @@ class KELVIK_API CGlobal {
   void FreeModules();
 
   tagModuleNode* m_FirstModule;
-  CMutex m_ModuleMutex;  // registration of modules, configuration path
+  uint32_t m_ModuleGeneration;  // counts the registrations; written under m_ModuleMutex
+  CMutex m_ModuleMutex;         // registration of modules, configuration path
   CMutex m_ConfigMutex;  // one load-change-save of the configuration file at a time; nothing is
                          // called under it that takes a lock of the output engine
 

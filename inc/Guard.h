@@ -13,11 +13,15 @@ namespace Kelvik {
 class KELVIK_API CGuard {
  public:
   // mutex: not owned, outlives the guard. A null mutex gives a guard that holds nothing.
-  explicit CGuard(CMutex* mutex);
+  explicit CGuard(CMutex* mutex) : m_Mutex(mutex) {
+    if (m_Mutex != nullptr) m_Mutex->lock();
+  }
   // The copy holds no mutex and unlocks nothing; an assignment changes nothing.
-  CGuard(const CGuard& other);
-  CGuard& operator=(const CGuard& other);
-  virtual ~CGuard();
+  CGuard(const CGuard&) : m_Mutex(nullptr) {}
+  CGuard& operator=(const CGuard&) { return *this; }
+  virtual ~CGuard() {
+    if (m_Mutex != nullptr) m_Mutex->unlock();
+  }
 
  private:
   CMutex* m_Mutex;  // the mutex held, not owned; null in a copy

@@ -31,14 +31,20 @@ class KELVIK_API CMutex {
 
   // Waits for the mutex; a thread that holds it may lock it again and must unlock it as often.
   // Returns eResultSuccess, or eResultFailure when not created or the system refuses.
-  int lock();
+  int lock() {
+    if (!__atomic_load_n(&m_Created, __ATOMIC_RELAXED)) return 1;
+    return pthread_mutex_lock(&m_Mutex) == 0 ? 0 : 1;
+  }
 
   // As lock(), but never waits: eResultBusy when another thread holds the mutex.
   int trylock();
 
   // Undoes one lock(). Returns eResultSuccess, or eResultFailure when not created or not held by
   // the calling thread.
-  int unlock();
+  int unlock() {
+    if (!__atomic_load_n(&m_Created, __ATOMIC_RELAXED)) return 1;
+    return pthread_mutex_unlock(&m_Mutex) == 0 ? 0 : 1;
+  }
 
   // In a child made by fork(), where the thread that held the mutex may not exist: makes it anew,
   // unlocked. For the child's only thread.

@@ -242,7 +242,6 @@ class KELVIK_API COutput : public CThread::IExecute {
       __attribute__((format(printf, 3, 0)));
   int LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
              const tagWriter& writer);
-  int WritePrefix(char* field, int room, const tagRecordHead& head, int& dateTimeLength);
   int Deliver(const tagRecord& record);
 
   // OutputTerminal.cpp
@@ -255,6 +254,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   // OutputBuffer.cpp. What stores or hands over holds m_BufferMutex. failed is set to the writer
   // whose failure is to be reported once all locks are released.
   int StoreRecord(const char* text, int length);
+  bool AppendQuickly(const tagLimits& limits, const char* text, int length);
   int StoreBySize(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
   int StoreByTime(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
   int Append(const tagWriter& writer, const tagLimits& limits, const char* text, int length,

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "Console.h"
+#include "Context.h"
 #include "ModuleState.h"
 #include "Output.h"
 #include "SelfReport.h"
@@ -33,15 +34,15 @@ int Reject(const tagShell& shell, const char* message) {
 }
 
 COutput& Output() {
-  return CGlobal::Instance()->GetOutput();
+  return Context()->GetOutput();
 }
 
 CModuleState& ModuleState() {
-  return CGlobal::Instance()->GetModuleState();
+  return Context()->GetModuleState();
 }
 
 CConsole& Console() {
-  return CGlobal::Instance()->GetConsole();
+  return Context()->GetConsole();
 }
 
 }  // namespace
@@ -120,7 +121,7 @@ int EntryRegisterModule(const tagShell& shell, const char* module, const char* v
   return Guarded([&]() -> int {
     if (IsEmpty(module)) return Reject(shell, "module invalid");
     // That the module is there already is no failure; that memory ran out is one.
-    const int inserted = CGlobal::Instance()->InsertModuleName(module, version);
+    const int inserted = Context()->InsertModuleName(module, version);
     return inserted == eResultFailure ? eResultFailure : eResultSuccess;
   });
 }
@@ -128,14 +129,14 @@ int EntryRegisterModule(const tagShell& shell, const char* module, const char* v
 int EntryUnregisterModule(const tagShell& shell, const char* module) {
   return Guarded([&]() -> int {
     if (IsEmpty(module)) return Reject(shell, "module invalid");
-    CGlobal::Instance()->PopModuleName(module);
+    Context()->PopModuleName(module);
     return eResultSuccess;
   });
 }
 
 int EntryInitialize() {
   return Guarded([]() -> int {
-    CGlobal::Instance()->ConfigFileInitialize();
+    Context()->ConfigFileInitialize();
     return eResultSuccess;
   });
 }
@@ -143,7 +144,7 @@ int EntryInitialize() {
 int EntrySetConfigFilePath(const tagShell& shell, const char* path) {
   return Guarded([&]() -> int {
     if (IsEmpty(path)) return Reject(shell, "path invalid");
-    CGlobal::Instance()->SetConfigFilePath(path);
+    Context()->SetConfigFilePath(path);
     return eResultSuccess;
   });
 }
@@ -151,7 +152,7 @@ int EntrySetConfigFilePath(const tagShell& shell, const char* path) {
 int EntrySetLogFilePath(const tagShell& shell, const char* path) {
   return Guarded([&]() -> int {
     if (IsEmpty(path)) return Reject(shell, "path invalid");
-    CGlobal::Instance()->SetLogFilePath(path);
+    Context()->SetLogFilePath(path);
     return eResultSuccess;
   });
 }

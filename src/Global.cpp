@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 
+#include "Context.h"
 #include "Guard.h"
 #include "Kelvik.h"
 #include "Relaxed.h"
@@ -58,14 +59,39 @@ int ShowAdapter(int fd, const char* module, const char* title, void* param) {
 bool CGlobal::s_ConfigPathSet = false;
 bool CGlobal::s_ConfigLoaded = false;
 
+// A module's name as a thread last looked it up, and what was found. A registration since then
+// makes it stale.
+struct tagLookup {
+  const CGlobal* m_Context;
+  uint32_t m_Generation;
+  char m_Name[20];  // longer names are looked up each time
+  tagAttribute* m_Attribute;
+};
+
+namespace {
+
+constexpr unsigned kLookups = 8;  // a thread logs for a few modules
+
+thread_local tagLookup t_Lookups[kLookups];
+
+unsigned LookupIndex(const char* module) {
+  const auto first = static_cast<unsigned char>(module[0]);
+  if (first == 0) return 0;
+  return (first + 3U * static_cast<unsigned char>(module[1])) % kLookups;
+}
+
+}  // namespace
+
 struct tagContext {
   tagContext() {
-    new (s_Storage) CGlobal;
+    ReleaseStore(g_Context, new (s_Storage) CGlobal);
     ::pthread_atfork(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
   }
   ~tagContext() { Get()->End(); }
   static CGlobal* Get() { return std::launder(reinterpret_cast<CGlobal*>(s_Storage)); }
 };
+
+CGlobal* g_Context = nullptr;
 
 CGlobal* CGlobal::Instance() {
   static tagContext context;
@@ -76,7 +102,7 @@ bool CGlobal::IsEnded() {
   return RelaxedLoad(s_Ended) != 0;
 }
 
-CGlobal::CGlobal() : m_ConfigFilePath(), m_FirstModule(nullptr) {
+CGlobal::CGlobal() : m_ConfigFilePath(), m_FirstModule(nullptr), m_ModuleGeneration(1) {
   m_ModuleMutex.create();
   m_ConfigMutex.create();
   Initialize();
@@ -123,11 +149,34 @@ int CGlobal::Initialize() {
   return eResultSuccess;
 }
 
-tagAttribute* CGlobal::GetAttribute(const char* module) {
-  for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
-    if (ContainsIgnoreCase(node->m_Name, module)) return node->m_Attribute;
+// Answered from the thread's own memory where nothing was registered since.
+tagAttribute* CGlobal::FindAttribute(const char* module) {
+  const uint32_t generation = AcquireLoad(m_ModuleGeneration);
+  tagLookup& cached = t_Lookups[LookupIndex(module)];
+  if (cached.m_Context == this && cached.m_Generation == generation &&
+      std::strcmp(cached.m_Name, module) == 0) {
+    return cached.m_Attribute;
   }
-  return &m_Attribute;
+  return WalkModules(module, generation, cached);
+}
+
+// Walks the list, and keeps the answer for the thread's next record of that name.
+tagAttribute* CGlobal::WalkModules(const char* module, uint32_t generation, tagLookup& cached) {
+  tagAttribute* found = &m_Attribute;
+  for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
+    if (ContainsIgnoreCase(node->m_Name, module)) {
+      found = node->m_Attribute;
+      break;
+    }
+  }
+  const size_t length = ::strnlen(module, sizeof(cached.m_Name));
+  if (length < sizeof(cached.m_Name)) {
+    std::memcpy(cached.m_Name, module, length + 1);
+    cached.m_Context = this;
+    cached.m_Generation = generation;
+    cached.m_Attribute = found;
+  }
+  return found;
 }
 
 void CGlobal::CopyAttribute(tagAttribute& attribute) {
@@ -303,10 +352,8 @@ void CGlobal::PublishModule(tagModuleNode* node) {
   }
   node->m_Next = *link;
   ReleaseStore(*link, node);
-}
-
-const CGlobal::tagModuleNode* CGlobal::FirstModule() const {
-  return AcquireLoad(m_FirstModule);
+  // After the list: an answer found before the change never carries the new number.
+  ReleaseStore(m_ModuleGeneration, m_ModuleGeneration + 1);
 }
 
 const CGlobal::tagModuleNode* CGlobal::NextModule(const tagModuleNode* node) {

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 
-#include "Guard.h"
 #include "Kelvik.h"
 #include "Relaxed.h"
 
@@ -42,11 +41,6 @@ void CMutex::AfterForkInChild() {
   if (RelaxedLoad(m_Created)) pthread_mutex_init(&m_Mutex, &m_Attribute);
 }
 
-int CMutex::lock() {
-  if (!RelaxedLoad(m_Created)) return eResultFailure;
-  return pthread_mutex_lock(&m_Mutex) == 0 ? eResultSuccess : eResultFailure;
-}
-
 int CMutex::trylock() {
   if (!RelaxedLoad(m_Created)) return eResultFailure;
   switch (pthread_mutex_trylock(&m_Mutex)) {
@@ -57,25 +51,6 @@ int CMutex::trylock() {
     default:
       return eResultFailure;
   }
-}
-
-int CMutex::unlock() {
-  if (!RelaxedLoad(m_Created)) return eResultFailure;
-  return pthread_mutex_unlock(&m_Mutex) == 0 ? eResultSuccess : eResultFailure;
-}
-
-CGuard::CGuard(CMutex* mutex) : m_Mutex(mutex) {
-  if (m_Mutex != nullptr) m_Mutex->lock();
-}
-
-CGuard::CGuard(const CGuard&) : m_Mutex(nullptr) {}
-
-CGuard& CGuard::operator=(const CGuard&) {
-  return *this;
-}
-
-CGuard::~CGuard() {
-  if (m_Mutex != nullptr) m_Mutex->unlock();
 }
 
 }  // namespace Kelvik

@@ -14,8 +14,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Context.h"
 #include "FileName.h"
-#include "Global.h"
 #include "Guard.h"
 #include "Output.h"
 #include "OutputInternal.h"
@@ -39,7 +39,7 @@ uint32_t NonZero(uint32_t moment) {
 
 // Caller holds m_BufferMutex.
 void COutput::ReadLimits(tagLimits& limits) const {
-  const tagAttribute* global = CGlobal::Instance()->GetAttribute();
+  const tagAttribute* global = Context()->GetAttribute();
   std::memcpy(&limits, reinterpret_cast<const char*>(global) + offsetof(tagAttribute, m_LogMaxSize),
               sizeof(limits));
 }
@@ -57,6 +57,7 @@ int COutput::StoreRecord(const char* text, int length) {
     if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) return eResultInvalid;
     tagLimits limits;
     ReadLimits(limits);
+    if (AppendQuickly(limits, text, length)) return eResultSuccess;
     if (limits.m_LogMaxSize > 0) {
       result = StoreBySize(limits, text, length, failed);
     } else if (limits.m_LogMaxDuration >= 1) {
@@ -65,6 +66,27 @@ int COutput::StoreRecord(const char* text, int length) {
   }
   Settle(failed);
   return result;
+}
+
+// What nearly every record needs: rotation by size as before, the buffers as they were, room for
+// the text behind other text, no interval. Returns false, having done nothing, when a record asks
+// for anything else. Caller holds m_BufferMutex.
+inline bool COutput::AppendQuickly(const tagLimits& limits, const char* text, int length) {
+  const auto bytes = static_cast<uint32_t>(length);
+  const auto front = static_cast<uint32_t>(m_FrontLength);
+  const bool steady =
+      limits.m_LogMaxSize > 0 && RelaxedLoad(m_SizeMode) == 1 && RelaxedLoad(m_TimeMode) == 0 &&
+      m_AllocatedSize == static_cast<uint32_t>(limits.m_BufferSize) &&
+      limits.m_BufferSize >= kSmallestBuffer && limits.m_WriteInterval < kSmallestInterval;
+  // Without buffers the front length is 0.
+  if (!steady || front == 0 || bytes + front >= m_BufferCapacity) return false;
+  std::memcpy(m_FrontBuffer + front, text, bytes);
+  m_FrontLength += length;
+  ++m_FrontRecords;
+  ++m_Buffered.m_Records;
+  m_Buffered.m_Bytes += bytes;
+  if (front + bytes > m_Buffered.m_HighWater) m_Buffered.m_HighWater = front + bytes;
+  return true;
 }
 
 int COutput::StoreBySize(const tagLimits& limits, const char* text, int length,
@@ -328,7 +350,7 @@ int COutput::SetParam(const char* module, int moduleLength, const char* title, i
       *title == '\0' || titleLength == 0) {
     return eResultInvalid;
   }
-  CGlobal::Instance()->GetModuleState().Set(module, title, value);
+  Context()->GetModuleState().Set(module, title, value);
   return eResultSuccess;
 }
 
@@ -348,7 +370,7 @@ int COutput::RunTask() {
       m_StopSignal.wait(kFaultPauseMs);
       continue;
     }
-    if (RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) == 0) {
+    if (RelaxedLoad(Context()->GetAttribute()->m_OutputFile) == 0) {
       Losslog();
       m_StopSignal.wait(kIdlePauseMs);
       continue;

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "Global.h"
+#include "Context.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "RecordFormat.h"
@@ -61,12 +61,37 @@ bool WriteSystemLog(eLogLevel level, const char* text, int reportLine, uintptr_t
 }
 
 const tagAttribute* ModuleSettings(const char* module) {
-  CGlobal* global = CGlobal::Instance();
+  CGlobal* global = Context();
   return module == nullptr ? global->GetAttribute() : global->GetAttribute(module);
 }
 
 const tagAttribute* GlobalSettings() {
-  return CGlobal::Instance()->GetAttribute();
+  return Context()->GetAttribute();
+}
+
+// Writes prefix and location, and gives the length of the date-time text (0 when it is switched
+// off). A time that cannot be had is reported once and shown as zero.
+inline int WritePrefix(char* field, int room, const tagRecordHead& head, int& dateTimeLength) {
+  tagRecordPrefix prefix = {
+      nullptr,       0,           RelaxedLoad(head.m_Prefix->m_OutputThreadID) != 0, 0,
+      head.m_Module, head.m_Title};
+  if (RelaxedLoad(head.m_Prefix->m_OutputDateTime) != 0) {
+    int64_t seconds;
+    if (!PutTimeStamp(field, dateTimeLength, seconds)) {
+      ReportNumber("Global", "GetDateTime", 469, "localtime failed", static_cast<int>(seconds));
+    }
+    prefix.m_DateTime = field;
+    prefix.m_DateTimeLength = dateTimeLength;
+  }
+  if (prefix.m_ShowThreadID) {
+    prefix.m_ThreadID = static_cast<unsigned long>(Context()->GetCurrentThreadID());
+  }
+  int length = WriteRecordPrefix(field, room, prefix);
+  if (head.m_Located && RelaxedLoad(GlobalSettings()->m_OutputLocation) != 0) {
+    length +=
+        WriteLocation(field + length, room - length, head.m_File, head.m_Function, head.m_Line);
+  }
+  return length;
 }
 
 // A record with room for a colour sequence before and behind it, so that the terminal takes it in
@@ -78,6 +103,41 @@ struct tagRecordText {
 };
 
 }  // namespace
+
+inline int COutput::Deliver(const tagRecord& record) {
+  const tagAttribute* global = GlobalSettings();
+  if (RelaxedLoad(global->m_OutputConsole) != 0) PrintRecord(record);
+  if (RelaxedLoad(global->m_OutputSystem) != 0 &&
+      !WriteSystemLog(record.m_Level, record.m_Text + record.m_Skip, kSinkLevelLine,
+                      m_SystemRecords)) {
+    return eResultInvalid;
+  }
+  if (RelaxedLoad(global->m_OutputFile) == 0) return eResultSuccess;
+  // Reports are errors; the question costs a look at the thread's own storage.
+  if (record.m_Level == eLogLevelError && !ReportMayUseFile()) return eResultSuccess;
+  return StoreRecord(record.m_Text, record.m_Length);
+}
+
+inline __attribute__((always_inline)) int COutput::LogWith(const tagRecordHead& head,
+                                                           const char* format,
+                                                           const tagArguments& arguments) {
+  if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
+  if (!LevelPasses(head.m_Level, *head.m_Filter)) {
+    RelaxedAdd(m_BelowLevel, 1);
+    return eResultDisabled;
+  }
+  const int callerErrno = errno;
+  tagRecordText record;
+  int dateTimeLength = 0;
+  int length = WritePrefix(record.m_Text, kRecordBytes, head, dateTimeLength);
+  errno = callerErrno;  // "%m" means the caller's
+  length += FormatMessage(record.m_Text + length, kRecordBytes - length, format, arguments.m_List);
+  const int skip = dateTimeLength == 0 ? 0 : dateTimeLength + 1;
+  const int result = Deliver({head.m_Level, head.m_Module, record.m_Text, length,
+                              skip < length ? skip : length, record.m_Text});
+  errno = callerErrno;
+  return result;
+}
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format, ...) {
   const tagAttribute* global = GlobalSettings();
@@ -112,52 +172,6 @@ int COutput::Log(eLogLevel level, const char* module, const char* title, const c
   return LogWith({level, module, title, global, global, true, file, func, line}, format, arguments);
 }
 
-int COutput::LogWith(const tagRecordHead& head, const char* format, const tagArguments& arguments) {
-  if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
-  if (!LevelPasses(head.m_Level, *head.m_Filter)) {
-    RelaxedAdd(m_BelowLevel, 1);
-    return eResultDisabled;
-  }
-  const int callerErrno = errno;
-  tagRecordText record;
-  int dateTimeLength = 0;
-  int length = WritePrefix(record.m_Text, kRecordBytes, head, dateTimeLength);
-  errno = callerErrno;  // "%m" means the caller's
-  length += FormatMessage(record.m_Text + length, kRecordBytes - length, format, arguments.m_List);
-  const int skip = dateTimeLength == 0 ? 0 : dateTimeLength + 1;
-  const int result = Deliver({head.m_Level, head.m_Module, record.m_Text, length,
-                              skip < length ? skip : length, record.m_Text});
-  errno = callerErrno;
-  return result;
-}
-
-// Writes prefix and location, and gives the length of the date-time text (0 when it is switched
-// off). A time that cannot be had is reported once and shown as zero.
-int COutput::WritePrefix(char* field, int room, const tagRecordHead& head, int& dateTimeLength) {
-  tagRecordPrefix prefix = {
-      nullptr,       0,           RelaxedLoad(head.m_Prefix->m_OutputThreadID) != 0, 0,
-      head.m_Module, head.m_Title};
-  tagTimeStamp stamp;
-  if (RelaxedLoad(head.m_Prefix->m_OutputDateTime) != 0) {
-    if (!TakeTimeStamp(stamp)) {
-      ReportNumber("Global", "GetDateTime", 469, "localtime failed",
-                   static_cast<int>(stamp.m_Seconds));
-    }
-    prefix.m_DateTime = stamp.m_Text;
-    prefix.m_DateTimeLength = stamp.m_TextLength;
-    dateTimeLength = stamp.m_TextLength;
-  }
-  if (prefix.m_ShowThreadID) {
-    prefix.m_ThreadID = static_cast<unsigned long>(CGlobal::Instance()->GetCurrentThreadID());
-  }
-  int length = WriteRecordPrefix(field, room, prefix);
-  if (head.m_Located && RelaxedLoad(GlobalSettings()->m_OutputLocation) != 0) {
-    length +=
-        WriteLocation(field + length, room - length, head.m_File, head.m_Function, head.m_Line);
-  }
-  return length;
-}
-
 int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* text,
                   int length, const tagAbsoluteTime& time, int skip) {
   static_cast<void>(title);
@@ -165,18 +179,6 @@ int COutput::Logs(eLogLevel level, const char* module, const char* title, const 
   if (text == nullptr || length < 0) return eResultInvalid;
   if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
   return Deliver({level, module, text, length, skip, nullptr});
-}
-
-int COutput::Deliver(const tagRecord& record) {
-  const tagAttribute* global = GlobalSettings();
-  if (RelaxedLoad(global->m_OutputConsole) != 0) PrintRecord(record);
-  if (RelaxedLoad(global->m_OutputSystem) != 0 &&
-      !WriteSystemLog(record.m_Level, record.m_Text + record.m_Skip, kSinkLevelLine,
-                      m_SystemRecords)) {
-    return eResultInvalid;
-  }
-  if (RelaxedLoad(global->m_OutputFile) == 0 || !ReportMayUseFile()) return eResultSuccess;
-  return StoreRecord(record.m_Text, record.m_Length);
 }
 
 int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* data,

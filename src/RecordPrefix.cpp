@@ -1,5 +1,6 @@
 #include "RecordPrefix.h"
 
+#include <cstddef>
 #include <cstring>
 
 namespace Kelvik {
@@ -23,8 +24,17 @@ class CFieldText {
     m_Next += length;
   }
 
-  // No byte is read past what the field can take.
-  void PutText(const char* text) { Put(text, strnlen(text, static_cast<size_t>(m_Last - m_Next))); }
+  // Takes over what stands in the field already, which has room for it.
+  void Skip(size_t length) { m_Next += length; }
+
+  // Byte by byte: names are short, and a call to measure them costs more than it saves. No byte is
+  // read past what the field can take.
+  void PutText(const char* text) {
+    char* next = m_Next;
+    while (next < m_Last && *text != '\0')
+      *next++ = *text++;
+    m_Next = next;
+  }
 
   void PutDecimal(unsigned long value) {
     char digits[kLongDigits];
@@ -55,15 +65,50 @@ class CFieldText {
   char* m_Last;  // the terminator's place when the field is full
 };
 
+// The usual record: date, module and title, and room for twice the longest names that are usual.
+// One test a byte instead of two. Returns the end of the text, or null when a name is longer.
+inline char* PutQuickly(char* next, const char* module, const char* title) {
+  constexpr ptrdiff_t kUsualName = 64;
+  *next++ = ' ';
+  *next++ = '[';
+  const char* const longest = next + kUsualName;
+  while (*module != '\0') {
+    if (next == longest) return nullptr;
+    *next++ = *module++;
+  }
+  *next++ = ']';
+  *next++ = '[';
+  const char* const longestTitle = next + kUsualName;
+  while (*title != '\0') {
+    if (next == longestTitle) return nullptr;
+    *next++ = *title++;
+  }
+  *next++ = ']';
+  *next++ = ' ';
+  *next = '\0';
+  return next;
+}
+
 }  // namespace
 
 int WriteRecordPrefix(char* field, int room, const tagRecordPrefix& prefix) {
+  constexpr int kQuickRoom = 256;
+  if (room > kQuickRoom && prefix.m_DateTime == field && prefix.m_Module != nullptr &&
+      prefix.m_Title != nullptr && !prefix.m_ShowThreadID) {
+    char* const end = PutQuickly(field + prefix.m_DateTimeLength, prefix.m_Module, prefix.m_Title);
+    if (end != nullptr) return static_cast<int>(end - field);
+  }
   CFieldText text(field, room);
   const bool isNamed = prefix.m_Module != nullptr || prefix.m_Title != nullptr;
   if (prefix.m_DateTime == nullptr && !isNamed) return text.Finish();
 
   if (prefix.m_DateTime != nullptr) {
-    text.Put(prefix.m_DateTime, static_cast<size_t>(prefix.m_DateTimeLength));
+    const auto length = static_cast<size_t>(prefix.m_DateTimeLength);
+    if (prefix.m_DateTime == field) {
+      text.Skip(length);
+    } else {
+      text.Put(prefix.m_DateTime, length);
+    }
     text.Put(' ');
   }
   if (prefix.m_ShowThreadID) {

@@ -5,7 +5,7 @@
 namespace Kelvik {
 
 struct tagRecordPrefix {
-  const char* m_DateTime;  // null: switched off
+  const char* m_DateTime;  // null: switched off; the field itself: it stands there already
   int m_DateTimeLength;
   bool m_ShowThreadID;
   unsigned long m_ThreadID;

@@ -18,7 +18,8 @@ struct tagSecondText {
   int64_t m_Second;
   tagAbsoluteTime m_Time;       // milliseconds 0
   int m_HeadLength;             // bytes of m_Text up to and including the '.'; 0: nothing is stored
-  char m_Text[kDateTimeBytes];  // with the milliseconds "000", terminated
+  unsigned m_Millisecond;       // that m_Text shows
+  char m_Text[kDateTimeBytes];  // terminated
 };
 
 thread_local tagSecondText t_SecondText;
@@ -89,8 +90,31 @@ bool ConvertSecond(tagSecondText& cache, time_t second) {
   cache.m_Time = FromBrokenDown(local);
   const int length = FormatTime(cache.m_Time, cache.m_Text, kDateTimeBytes);
   cache.m_Second = second;
+  cache.m_Millisecond = 0;
   cache.m_HeadLength = std::min(length, kDateTimeBytes - 1) - kMillisecondDigits;
   return true;
+}
+
+// Reads the clock; the thread's cache for that second, or null when it cannot be converted.
+inline tagSecondText* CurrentSecond(timeval& now) {
+  gettimeofday(&now, nullptr);
+  tagSecondText& cache = t_SecondText;
+  if (cache.m_Second == now.tv_sec && cache.m_HeadLength != 0) return &cache;
+  return ConvertSecond(cache, now.tv_sec) ? &cache : nullptr;
+}
+
+// Writes all kDateTimeBytes bytes; returns the length of the text. Records of a busy thread share
+// their millisecond, so its digits are kept too.
+inline int PutText(char* field, tagSecondText& cache, unsigned millisecond) {
+  if (cache.m_Millisecond != millisecond) {
+    cache.m_Millisecond = millisecond;
+    char* const digits = cache.m_Text + cache.m_HeadLength;
+    digits[0] = static_cast<char>('0' + millisecond / 100U % 10U);
+    digits[1] = static_cast<char>('0' + millisecond / 10U % 10U);
+    digits[2] = static_cast<char>('0' + millisecond % 10U);
+  }
+  memcpy(field, cache.m_Text, kDateTimeBytes);
+  return cache.m_HeadLength + kMillisecondDigits;
 }
 
 void TakeZeroTime(tagTimeStamp& stamp, int64_t seconds) {
@@ -103,24 +127,28 @@ void TakeZeroTime(tagTimeStamp& stamp, int64_t seconds) {
 
 bool TakeTimeStamp(tagTimeStamp& stamp) {
   timeval now = {};
-  gettimeofday(&now, nullptr);
-  tagSecondText& cache = t_SecondText;
-  if (cache.m_Second != now.tv_sec || cache.m_HeadLength == 0) {
-    if (!ConvertSecond(cache, now.tv_sec)) {
-      TakeZeroTime(stamp, now.tv_sec);
-      return false;
-    }
+  tagSecondText* cache = CurrentSecond(now);
+  if (cache == nullptr) {
+    TakeZeroTime(stamp, now.tv_sec);
+    return false;
   }
   const unsigned millisecond = static_cast<unsigned>(now.tv_usec) / 1000U;
-  stamp.m_Time = cache.m_Time;
+  stamp.m_Time = cache->m_Time;
   stamp.m_Time.m_Millisecond = static_cast<uint16_t>(millisecond);
   stamp.m_Seconds = now.tv_sec;
-  stamp.m_TextLength = cache.m_HeadLength + kMillisecondDigits;
-  memcpy(stamp.m_Text, cache.m_Text, kDateTimeBytes);
-  char* const digits = stamp.m_Text + cache.m_HeadLength;
-  digits[0] = static_cast<char>('0' + millisecond / 100U % 10U);
-  digits[1] = static_cast<char>('0' + millisecond / 10U % 10U);
-  digits[2] = static_cast<char>('0' + millisecond % 10U);
+  stamp.m_TextLength = PutText(stamp.m_Text, *cache, millisecond);
+  return true;
+}
+
+bool PutTimeStamp(char* field, int& length, int64_t& seconds) {
+  timeval now = {};
+  tagSecondText* cache = CurrentSecond(now);
+  seconds = now.tv_sec;
+  if (cache == nullptr) {
+    length = FormatTime(tagAbsoluteTime{}, field, kDateTimeBytes);
+    return false;
+  }
+  length = PutText(field, *cache, static_cast<unsigned>(now.tv_usec) / 1000U);
   return true;
 }
 

@@ -23,6 +23,10 @@ struct tagTimeStamp {
 // be converted; the stamp then carries a zero time, its text, and the seconds as read. Thread-safe.
 bool TakeTimeStamp(tagTimeStamp& stamp);
 
+// As TakeTimeStamp, but only the text, straight into a field of at least kDateTimeBytes bytes, not
+// terminated. Gives its length and the seconds as read.
+bool PutTimeStamp(char* field, int& length, int64_t& seconds);
+
 // Writes the text of a time as snprintf(text, size, ...) does and returns its result (the length of
 // the whole text). A size of 0 or less stores nothing; text may be null then.
 int FormatTime(const tagAbsoluteTime& time, char* text, int size);

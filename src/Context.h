@@ -1,0 +1,21 @@
+// The quick way to the context for code that runs once a record.
+#ifndef KELVIK_CONTEXT_H_
+#define KELVIK_CONTEXT_H_
+
+#include "Global.h"
+#include "Relaxed.h"
+
+namespace Kelvik {
+
+// The context once it has been made, else null. Set by CGlobal::Instance() alone.
+extern CGlobal* g_Context __attribute__((visibility("hidden")));
+
+// As CGlobal::Instance(), without its call and guard once the context exists.
+inline CGlobal* Context() {
+  CGlobal* context = AcquireLoad(g_Context);
+  return context != nullptr ? context : CGlobal::Instance();
+}
+
+}  // namespace Kelvik
+
+#endif  // KELVIK_CONTEXT_H_
