@@ -257,6 +257,9 @@ class KELVIK_API COutput : public CThread::IExecute {
   bool AppendQuickly(const tagLimits& limits, const char* text, int length);
   int StoreBySize(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
   int StoreByTime(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
+  int StoreAtTimeUp(const tagLimits& limits, int32_t now, const char* text, int length,
+                    const tagWriter*& failed);
+  void RequestRotation();
   int Append(const tagWriter& writer, const tagLimits& limits, const char* text, int length,
              const tagWriter*& failed);
   int WriteDirect(const tagWriter& writer, const char* text, int length, const tagWriter*& failed);
@@ -325,6 +328,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   int32_t m_FileKeptOpen;              // KeepFileOpen was called
   int32_t m_WriterOnDemand;  // eOnDemand: whether this is a forked child without its writer yet
   uint32_t m_HandedOver;     // number of the batch in the back buffer, wrapping; m_WriteMutex
+  uint32_t m_RotateBatch;    // the last batch before the rotation that waits; m_BufferMutex
   uint32_t m_LostBatch;      // number of the latest batch that was lost; m_WriteMutex
   int32_t m_Writing;         // the back buffer is being written, by
   pthread_t m_WritingThread;

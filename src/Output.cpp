@@ -82,6 +82,7 @@ int COutput::Initialize() {
   m_WriterOnDemand = eOnDemandNo;
   m_HandedOver = 0;
   m_LostBatch = 0;
+  m_RotateBatch = 0;
   m_Writing = 0;
   m_WritingThread = pthread_t();
   m_RotationCallback = nullptr;

@@ -95,9 +95,14 @@ int COutput::StoreBySize(const tagLimits& limits, const char* text, int length,
   if (RelaxedLoad(m_TimeMode) != 0) {
     RelaxedStore(m_TimeMode, 0);
     m_FileStartTime = 0;
-    RelaxedStore(m_RotatePending, 1);
-    if (m_FrontLength < 1) return WriteDirect(kSizeWriter, text, length, failed);
+    if (m_FrontLength < 1) {
+      WriteWaiting(kSizeWriter, failed);
+      RequestRotation();
+      return Write(kSizeWriter, text, length, failed);
+    }
     HandOver(failed);
+    RequestRotation();
+    WakeWriter();
   }
   const auto size = static_cast<uint32_t>(limits.m_BufferSize);
   if (m_AllocatedSize != 0 && m_AllocatedSize != size) {
@@ -120,8 +125,9 @@ int COutput::StoreByTime(const tagLimits& limits, const char* text, int length,
     RelaxedStore(m_SizeMode, 0);
     StampNextFileName();  // no time writer runs without a name to open
     if (m_BackBuffer == nullptr) return WriteDirect(kTimeWriter, text, length, failed);
-    RelaxedStore(m_RotatePending, 1);
     HandOver(failed);
+    RequestRotation();
+    WakeWriter();
   }
   int32_t now = WallSeconds();
   if (now == 0) now = 1;  // 0 means "not yet"
@@ -130,15 +136,7 @@ int COutput::StoreByTime(const tagLimits& limits, const char* text, int length,
         static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(m_FileStartTime));
     if (age < 0) m_FileStartTime = now;  // the clock went back: the file's time begins anew
     if (age >= limits.m_LogMaxDuration) {
-      const bool buffered = limits.m_BufferSize != 0 && m_BackBuffer != nullptr;
-      if (!buffered || m_FrontLength > 0) {
-        m_FileStartTime = now;
-        StampNextFileName();
-        RelaxedStore(m_RotatePending, 1);
-      }
-      if (!buffered) return WriteDirect(kTimeWriter, text, length, failed);
-      HandOver(failed);
-      return Append(kTimeWriter, limits, text, length, failed);
+      return StoreAtTimeUp(limits, now, text, length, failed);
     }
   } else {
     m_FileStartTime = now;
@@ -151,6 +149,34 @@ int COutput::StoreByTime(const tagLimits& limits, const char* text, int length,
     return WriteDirect(kTimeWriter, text, length, failed);
   }
   return Append(kTimeWriter, limits, text, length, failed);
+}
+
+// The file's time is up: what waits goes to the old file, this record to the next one. A buffer
+// without text rotates nothing and keeps the old start.
+int COutput::StoreAtTimeUp(const tagLimits& limits, int32_t now, const char* text, int length,
+                           const tagWriter*& failed) {
+  if (limits.m_BufferSize == 0 || m_BackBuffer == nullptr) {
+    WriteWaiting(kTimeWriter, failed);
+    m_FileStartTime = now;
+    StampNextFileName();
+    RequestRotation();
+    return Write(kTimeWriter, text, length, failed);
+  }
+  if (m_FrontLength > 0) {
+    HandOver(failed);
+    m_FileStartTime = now;
+    StampNextFileName();
+    RequestRotation();
+    WakeWriter();
+  }
+  return Append(kTimeWriter, limits, text, length, failed);
+}
+
+// Asks for another file as soon as everything handed over so far has been written. Caller holds
+// m_BufferMutex.
+void COutput::RequestRotation() {
+  m_RotateBatch = m_HandedOver;
+  RelaxedStore(m_RotatePending, 1);
 }
 
 // Without memory the record is dropped and the caller told nothing: the statistics count it.
@@ -201,8 +227,8 @@ int COutput::WriteWaiting(const tagWriter& writer, const tagWriter*& failed) {
   return WriteBackFirst(writer, failed);
 }
 
-// Writes what the back buffer holds; the rotation that may wait behind it stays with the writer
-// thread. Caller holds m_BufferMutex.
+// Writes what the back buffer holds, and moves to another file where that was waiting for it.
+// Caller holds m_BufferMutex.
 int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
   {
     CGuard guard(&m_WriteMutex);  // a write of the writer thread comes to its end here
@@ -213,6 +239,7 @@ int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
     result = WriteBack(writer, failed);
     m_WriteMutex.unlock();
   }
+  if (result == eResultSuccess) RotateWhenPending(writer);
   return ClearWhenFull(result);
 }
 
@@ -253,15 +280,15 @@ void COutput::DropBuffers() {
 }
 
 // Moves the front buffer's content to the back buffer, over what that still holds (eOverflowWrite:
-// after that has been written), and wakes the writer. With nothing to move it only wakes the writer
-// (for a rotation that waits): an empty batch must not replace an unwritten one. Caller holds
-// m_BufferMutex.
+// after that has been written), and wakes the writer. An empty batch is none: it must not replace
+// an unwritten one. Caller holds m_BufferMutex.
 void COutput::HandOver(const tagWriter*& failed) {
   const tagWriter* writer = ModeWriter();
   if (RelaxedLoad(m_Overflow) == eOverflowWrite && m_FrontLength > 0 && writer != nullptr) {
     WriteBackFirst(*writer, failed);  // on a full disk this clears the front buffer as well
   }
-  if (m_FrontLength > 0) {
+  if (m_FrontLength == 0) return;
+  {
     CGuard guard(&m_WriteMutex);
     DropBack(true);
     ++m_HandedOver;
@@ -272,8 +299,6 @@ void COutput::HandOver(const tagWriter*& failed) {
     m_Statistics.m_BytesHandedOver += static_cast<uint32_t>(m_FrontLength);
     m_FrontLength = 0;
     m_FrontRecords = 0;
-  } else if (RelaxedLoad(m_RotatePending) == 0) {
-    return;
   }
   WakeWriter();
 }

@@ -253,8 +253,8 @@ int COutput::RotateWhenPending(const tagWriter& writer) {
   if (RelaxedLoad(m_RotatePending) == 0 || RelaxedLoad(m_Ended) == eLifeEnded) {
     return eResultSuccess;
   }
-  // A batch that was handed over in the meantime belongs to the old file; its writer rotates.
-  if (m_BackLength > 0) return eResultSuccess;
+  // The last batch of the old file still waits: it is written first.
+  if (m_BackLength > 0 && m_HandedOver == m_RotateBatch) return eResultSuccess;
   RelaxedStore(m_RotatePending, 0);
   NoteFinished();
   CloseCurrent();
