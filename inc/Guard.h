@@ -17,8 +17,8 @@ class KELVIK_API CGuard {
     if (m_Mutex != nullptr) m_Mutex->lock();
   }
   // The copy holds no mutex and unlocks nothing; an assignment changes nothing.
-  CGuard(const CGuard&) : m_Mutex(nullptr) {}
-  CGuard& operator=(const CGuard&) { return *this; }
+  CGuard(const CGuard& other);
+  CGuard& operator=(const CGuard& other);
   virtual ~CGuard() {
     if (m_Mutex != nullptr) m_Mutex->unlock();
   }

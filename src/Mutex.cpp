@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "Guard.h"
 #include "Kelvik.h"
 #include "Relaxed.h"
 
@@ -51,6 +52,13 @@ int CMutex::trylock() {
     default:
       return eResultFailure;
   }
+}
+
+// The rest of a guard is inline: it stands on a record's road.
+CGuard::CGuard(const CGuard&) : m_Mutex(nullptr) {}
+
+CGuard& CGuard::operator=(const CGuard&) {
+  return *this;
 }
 
 }  // namespace Kelvik
