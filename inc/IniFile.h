@@ -780,6 +780,8 @@ inline bool xini_file_t::dump(const std::string& path) const {
   if (path.empty()) return false;
   std::ostringstream stream;
   *this >> stream;
+  // A stream keeps to itself that it found no memory: half the lines must not replace the file.
+  if (!stream.good()) return false;
   const std::string lines = stream.str();
   std::string bytes = m_xstr_head;
   // A first line that begins with a head byte would be read back as a part of the head, and no byte
