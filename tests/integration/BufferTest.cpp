@@ -240,6 +240,7 @@ CHILD_CASE(TwoHandOvers) {
   UseSize(args[0], 4096);
   EXPECT_EQ(0, Initialize());
   {
+    CGuard order(&Output().m_BufferMutex);
     CGuard hold(&Output().m_WriteMutex);  // the writer cannot begin
     EXPECT_EQ(0, LogLine("first"));
     EXPECT_EQ(0, WriteBufferContent2File());

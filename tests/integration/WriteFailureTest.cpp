@@ -272,7 +272,8 @@ CHILD_CASE(FullInWriter) {
   ExpectTextSoon(args[1], "a\n");
   for (const uint32_t left : {2u, 1u, 1u}) {
     {
-      CGuard guard(&Output().m_WriteMutex);
+      CGuard order(&Output().m_BufferMutex);
+      CGuard hold(&Output().m_WriteMutex);
       Replace(open("/dev/full", O_WRONLY));
     }
     EXPECT_EQ(0, LogLine("lost"));
