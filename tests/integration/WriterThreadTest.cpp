@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -102,6 +103,35 @@ CHILD_CASE(StopStart) {
 
 TEST(Writer, StoppedOneStartsAgain) {
   EXPECT_TRUE(RunCase("StopStart", {}, 30000));
+}
+
+CHILD_CASE(WaitFails) {
+  UseSize(args[0], 4096);
+  EXPECT_EQ(0, Initialize());
+  PauseMs(50);
+  EXPECT_EQ(0, Output().m_Signal.destroy());
+  rusage before = {};
+  getrusage(RUSAGE_SELF, &before);
+  PauseMs(500);
+  rusage after = {};
+  getrusage(RUSAGE_SELF, &after);
+  const auto cpuMs = [](const rusage& usage) {
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
+  };
+  EXPECT_LT(cpuMs(after) - cpuMs(before), 250) << "it does not spin";
+  EXPECT_TRUE(Output().m_Thread.IsRunning());
+  EXPECT_EQ(0, LogLine("served"));
+  EXPECT_EQ(0, WriteBufferContent2File());
+  ExpectTextSoon(args[1], "served\n");
+  const int64_t start = RealClockMs();
+  EXPECT_EQ(0, Output().Stop());
+  EXPECT_LT(RealClockMs() - start, ScaledMs(500));
+  return 0;
+}
+
+TEST(Writer, ServesAndStopsAlsoWhenItsWaitFails) {
+  EXPECT_TRUE(RunCase("WaitFails"));
 }
 
 std::atomic<int> gHandled{0};
