@@ -2,6 +2,8 @@
 // saving the buffers in a crash.
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,8 +24,10 @@ namespace {
 
 using CSteadyClock = std::chrono::steady_clock;
 
-constexpr long kPollNs = 500000;      // between two looks at a lock or a batch
-constexpr int kCrashWaitPolls = 400;  // so long a crash waits for a write on another thread
+constexpr long kPollNs = 500000;   // between two looks at a lock or a batch
+constexpr int kLockTries = 50;     // before the first pause, as other threads hold it but briefly
+constexpr int kCrashPauseMs = 10;  // so long a crash lets other threads finish their records
+constexpr int kCrashWaitPolls = 200;  // so many milliseconds more for a write on another thread
 
 void PollPause() {
   const timespec pause = {0, kPollNs};
@@ -32,9 +36,13 @@ void PollPause() {
 
 // Takes the mutex unless the deadline passes first.
 bool LockUntil(CMutex& mutex, CSteadyClock::time_point deadline) {
-  while (mutex.trylock() != eResultSuccess) {
+  for (int tries = 1; mutex.trylock() != eResultSuccess; ++tries) {
     if (CSteadyClock::now() >= deadline) return false;
-    PollPause();
+    if (tries % kLockTries == 0) {
+      PollPause();
+    } else {
+      ::sched_yield();
+    }
   }
   return true;
 }
@@ -177,29 +185,40 @@ void COutput::KeepFileOpen() {
   RelaxedStore(m_FileKeptOpen, 1);
 }
 
-// No lock is taken, since the crash may have come while its own thread held them. When another
-// thread is writing the back buffer, it is given a moment to finish, so that the batch is not
-// written twice.
+// No lock is taken, since the crash may have come while its own thread held them. Other threads'
+// records are refused meanwhile, lest they overwrite what is being saved; those that are inside are
+// given a moment to finish, and so is a write of the back buffer, which would be written twice.
 void COutput::CrashWrite() {
-  const bool elsewhere =
-      RelaxedLoad(m_Writing) != 0 && ::pthread_equal(m_WritingThread, ::pthread_self()) == 0;
-  for (int i = 0; elsewhere && i < kCrashWaitPolls && RelaxedLoad(m_Writing) != 0; ++i) {
-    PollPause();
-  }
+  const int32_t life = RelaxedLoad(m_Ended);
+  if (life == eLifeOpen) RelaxedStore(m_Ended, eLifeDraining);
+  ::poll(nullptr, 0, kCrashPauseMs);
+  for (int i = 0; i < kCrashWaitPolls && RelaxedLoad(m_Writing) != 0 &&
+                  ::pthread_equal(m_WritingThread, ::pthread_self()) == 0;
+       ++i)
+    ::poll(nullptr, 0, 1);
   const int fd = RelaxedLoad(m_CurrentFd);
-  if (fd == -1 || RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) == 0) return;
-  const int32_t back = RelaxedLoad(m_BackLength);
-  const int32_t front = RelaxedLoad(m_FrontLength);
-  const char* backBuffer = RelaxedLoad(m_BackBuffer);
-  const char* frontBuffer = RelaxedLoad(m_FrontBuffer);
-  RelaxedStore(m_BackLength, 0);
-  RelaxedStore(m_FrontLength, 0);
-  if (backBuffer != nullptr) WriteRaw(fd, backBuffer, back);
-  if (frontBuffer != nullptr) WriteRaw(fd, frontBuffer, front);
+  if (fd != -1 && RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) != 0) {
+    const int32_t back = RelaxedLoad(m_BackLength);
+    const int32_t front = RelaxedLoad(m_FrontLength);
+    const char* backBuffer = RelaxedLoad(m_BackBuffer);
+    const char* frontBuffer = RelaxedLoad(m_FrontBuffer);
+    RelaxedStore(m_BackLength, 0);
+    RelaxedStore(m_FrontLength, 0);
+    if (backBuffer != nullptr) WriteRaw(fd, backBuffer, back);
+    if (frontBuffer != nullptr) WriteRaw(fd, frontBuffer, front);
+  }
+  if (life == eLifeOpen) RelaxedStore(m_Ended, life);  // the program may survive the signal
 }
 
+// What waits is written first: a parent that goes on to _exit(), as one that becomes a daemon does,
+// would take it along. A failure is counted and keeps what WriteWaiting keeps.
 void COutput::BeforeFork() {
   m_BufferMutex.lock();
+  const tagWriter* writer = ModeWriter();
+  if (writer != nullptr && RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) != 0) {
+    const tagWriter* failed = nullptr;
+    WriteWaiting(*writer, failed);
+  }
   m_WriteMutex.lock();
 }
 
