@@ -280,6 +280,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   void ReadLimits(tagLimits& limits) const;
   const tagWriter* ModeWriter() const;
   bool IsStopping() const;
+  bool HasWork();
 
   // OutputWriter.cpp. LockFile returns 0 with m_WriteMutex held and the current file open. What
   // follows it runs under m_WriteMutex, and what changes names or slots under both mutexes.

@@ -114,6 +114,7 @@ int COutput::Start() {
       }
     }
   }
+  m_StopSignal.create();  // takes back what an earlier Stop left pending
   m_Thread.Create(this);
   return eResultSuccess;
 }

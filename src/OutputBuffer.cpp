@@ -387,13 +387,20 @@ bool COutput::IsStopping() const {
   return RelaxedLoad(m_Stopping) != 0 || (m_Thread.IsCurrent() && !m_Thread.KeepsRunning());
 }
 
+bool COutput::HasWork() {
+  CGuard guard(&m_WriteMutex);
+  return m_BackLength > 0 || RelaxedLoad(m_RotatePending) != 0;
+}
+
 int COutput::RunTask() {
   while (!IsStopping()) {
     const int waited = m_Signal.wait(kForever);
     if (IsStopping()) break;
     if (waited != eResultSuccess) {
+      // Without its signal the writer looks for work by itself.
       m_StopSignal.wait(kFaultPauseMs);
-      continue;
+      if (IsStopping()) break;
+      if (!HasWork()) continue;
     }
     if (RelaxedLoad(Context()->GetAttribute()->m_OutputFile) == 0) {
       Losslog();
