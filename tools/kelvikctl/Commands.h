@@ -1,0 +1,15 @@
+// What kelvikctl's commands do.
+
+#ifndef KELVIK_KELVIKCTL_COMMANDS_H_
+#define KELVIK_KELVIKCTL_COMMANDS_H_
+
+#include "Options.h"
+
+namespace KelvikCtl {
+
+// Does what the options say; throws CFailure when it cannot be done.
+void RunCommand(const tagOptions& options);
+
+}  // namespace KelvikCtl
+
+#endif  // KELVIK_KELVIKCTL_COMMANDS_H_
