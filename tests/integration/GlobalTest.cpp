@@ -1,11 +1,10 @@
-// The process-wide context: its defaults, setters, clock, and the table of modules.
+// The process-wide context: its defaults, its setters and its clock.
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -14,7 +13,6 @@
 #include "FakeClock.h"
 #include "RealClock.h"
 #include "RecordTools.h"
-#include "Rounds.h"
 
 namespace Kelvik {
 namespace {
@@ -400,153 +398,6 @@ CHILD_CASE(SleepAndId) {
 
 TEST(Global, ThreadIdIsTheProcessAndSleepIsInMilliseconds) {
   EXPECT_TRUE(Passes("SleepAndId"));
-}
-
-// --- Modules ---
-
-CHILD_CASE(Lookup) {
-  CGlobal& context = Context();
-  tagAttribute* const global = context.GetAttribute();
-  EXPECT_EQ(global, context.GetAttribute("")) << "no module yet";
-  EXPECT_EQ(global, context.GetAttribute("net"));
-  for (const char* name : {"network", "Zebra", "alpha.net", "zebra two"})
-    EXPECT_EQ(0, context.InsertModuleName(name, nullptr)) << name;
-  const auto record = [&](const char* name) { return &context.m_ModuleAttribute.at(name); };
-  const struct {
-    const char* m_Argument;
-    const char* m_Found;  // null: the global record
-  } cases[] = {
-      {"NET", "alpha.net"},    {"network", "network"}, {"WORK", "network"},
-      {"zebra", "Zebra"},      {"ZEBRA", "Zebra"},     {"zebra t", "zebra two"},
-      {"", "Zebra"},           {"e", "Zebra"},         {"alpha.net", "alpha.net"},
-      {"alpha.net ", nullptr}, {"networks", nullptr},  {"x", nullptr},
-      {" ", "zebra two"},      {"a.n", "alpha.net"},   {"a?n", nullptr},
-  };
-  for (const auto& row : cases) {
-    EXPECT_EQ(row.m_Found == nullptr ? global : record(row.m_Found),
-              context.GetAttribute(row.m_Argument))
-        << row.m_Argument;
-  }
-  EXPECT_EQ(global, context.GetAttribute(std::string(5000, 'n').c_str()));
-  return 0;
-}
-
-TEST(Global, FirstModuleInByteOrderWhoseNameContainsTheArgumentIsFound) {
-  EXPECT_TRUE(Passes("Lookup"));
-}
-
-CHILD_CASE(InsertAndPop) {
-  CPrintedText printed;
-  CGlobal& context = Context();
-  Global().m_LevelMask = 0x12;
-  Store(Global().m_OutputThreadID, true);
-  context.SetLogMaxSize(4096);
-  EXPECT_EQ(0, context.PopModuleName("net")) << "not in the table";
-  EXPECT_EQ(0, context.InsertModuleName("net", nullptr));
-  tagAttribute* const net = context.GetAttribute("net");
-  EXPECT_NE(&Global(), net);
-  EXPECT_EQ(0, std::memcmp(net, &Global(), sizeof(*net))) << "a full copy";
-  Global().m_LevelMask = 0x3e;
-  Store(Global().m_OutputThreadID, false);
-  EXPECT_EQ(0x12, net->m_LevelMask) << "a later change does not reach it";
-  EXPECT_EQ(1, net->m_OutputThreadID);
-  EXPECT_EQ(3, context.InsertModuleName("net", "V2"));
-  EXPECT_EQ(0x12, net->m_LevelMask) << "a second registration changes nothing";
-  // Exact names here: another case, or a part of the name, is another module.
-  EXPECT_EQ(0, context.PopModuleName("NET"));
-  EXPECT_EQ(0, context.PopModuleName("ne"));
-  EXPECT_EQ(0, context.InsertModuleName("NET", nullptr));
-  EXPECT_EQ(0x3e, context.m_ModuleAttribute.at("NET").m_LevelMask);
-  EXPECT_EQ(0, context.InsertModuleName("ne", nullptr));
-  for (int i = 0; i < 2; ++i)
-    EXPECT_EQ(3, context.PopModuleName("net")) << "it is there, and stays";
-  EXPECT_EQ(0, context.PopModuleName("unknown"));
-  EXPECT_EQ(3u, context.m_ModuleAttribute.size());
-  EXPECT_EQ(net, &context.m_ModuleAttribute.at("net"));
-  EXPECT_EQ("", printed.Take());
-  return 0;
-}
-
-TEST(Global, ModuleIsASnapshotThatIsMadeOnceAndStays) {
-  EXPECT_TRUE(Passes("InsertAndPop"));
-}
-
-std::string ModuleName(int number) {
-  char name[32];
-  std::snprintf(name, sizeof(name), "module-%03d", number * 77 % 200);  // in no order
-  return name;
-}
-
-CHILD_CASE(RegisterBesideLogging) {
-  CPrintedText printed;
-  Store(Global().m_OutputConsole, false);
-  Global().m_LevelMask = 0x30;
-  constexpr int kModules = 200;
-  std::atomic<bool> isOver{false};
-  std::atomic<int> turns{0};
-  std::vector<std::thread> loggers;
-  for (int i = 0; i < 4; ++i) {
-    loggers.emplace_back([&, i] {
-      while (!isOver) {
-        const std::string name = ModuleName((turns + i) % kModules);
-        EXPECT_EQ(0, KLog(eLogLevelError, name.c_str(), "rx", "text %d\n", i));
-        EXPECT_EQ(2, KLogs(eLogLevelDebug, name.c_str(), "rx", "text\n", 5));
-        EXPECT_EQ(0x30, __atomic_load_n(&Context().GetAttribute(name.c_str())->m_LevelMask,
-                                        __ATOMIC_RELAXED));
-        ++turns;
-      }
-    });
-  }
-  tagAttribute* records[kModules] = {};
-  for (int i = 0; i < kModules; ++i) {
-    const std::string name = ModuleName(i);
-    EXPECT_EQ(0, registerModule(name.c_str(), nullptr));
-    records[i] = Context().GetAttribute(name.c_str());
-    EXPECT_NE(&Global(), records[i]) << name;
-    const int turn = turns;
-    WaitUntil([&] { return turns > turn; }, 5000);
-  }
-  isOver = true;
-  for (std::thread& logger : loggers)
-    logger.join();
-  for (int i = 0; i < kModules; ++i)
-    EXPECT_EQ(records[i], Context().GetAttribute(ModuleName(i).c_str())) << "it has moved";
-  EXPECT_EQ(static_cast<size_t>(kModules), Context().m_ModuleAttribute.size());
-  return 0;
-}
-
-TEST(Global, ModulesAreRegisteredBesideThreadsThatLog) {
-  for (int round = 0; round < (Rounds() + 9) / 10; ++round)
-    ASSERT_TRUE(Passes("RegisterBesideLogging", {}, 30000));
-}
-
-CHILD_CASE(RegisterTogether) {
-  std::atomic<int> waiting{8};
-  std::atomic<int> first{0};
-  std::atomic<int> again{0};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([&] {
-      --waiting;
-      while (waiting.load() > 0)
-        std::this_thread::yield();
-      for (int number = 0; number < 50; ++number) {
-        const int result = Context().InsertModuleName(ModuleName(number).c_str(), "V1");
-        if (result == 0) ++first;
-        if (result == 3) ++again;
-      }
-    });
-  }
-  for (std::thread& thread : threads)
-    thread.join();
-  EXPECT_EQ(50, first.load());
-  EXPECT_EQ(350, again.load());
-  EXPECT_EQ(50u, Context().m_ModuleAttribute.size());
-  return 0;
-}
-
-TEST(Global, OfThreadsThatRegisterOneNameOneSucceeds) {
-  EXPECT_TRUE(Passes("RegisterTogether", {}, 20000));
 }
 
 }  // namespace

@@ -24,7 +24,13 @@
 namespace Kelvik {
 namespace {
 
+// Allocations of the thread that counts; what the writer thread does is not the record's cost.
+thread_local bool tIsCounting = false;
 std::atomic<int> gAllocations{0};
+
+void CountOne() {
+  if (tIsCounting) ++gAllocations;
+}
 
 }  // namespace
 }  // namespace Kelvik
@@ -42,15 +48,15 @@ void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* old, size_t size);
 
 void* malloc(size_t size) {
-  ++Kelvik::gAllocations;
+  Kelvik::CountOne();
   return __libc_malloc(size);
 }
 void* calloc(size_t count, size_t size) {
-  ++Kelvik::gAllocations;
+  Kelvik::CountOne();
   return __libc_calloc(count, size);
 }
 void* realloc(void* old, size_t size) {
-  ++Kelvik::gAllocations;
+  Kelvik::CountOne();
   return __libc_realloc(old, size);
 }
 }
@@ -61,13 +67,14 @@ namespace {
 
 #ifdef KELVIK_TEST_SANITIZED
 void Count(const volatile void*, size_t) {
-  ++gAllocations;
+  CountOne();
 }
 void Ignore(const volatile void*) {}
 #endif
 
-// Whether allocations are counted at all; called first in a child.
+// Counts this thread's from here on, and makes sure of it.
 void CountAllocations() {
+  tIsCounting = true;
 #ifdef KELVIK_TEST_SANITIZED
   EXPECT_NE(0, __sanitizer_install_malloc_and_free_hooks(Count, Ignore));
 #endif
