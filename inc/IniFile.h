@@ -20,6 +20,7 @@
 #define KELVIK_INIFILE_H_
 
 #include <stdint.h>
+#include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdio>
@@ -551,7 +552,8 @@ class xini_file_t : public xini_node_t {
   // Releases the document, then binds it to `path` and reads it. The document is clean afterwards.
   // False when the path is empty or cannot be opened: the document is empty and a later save
   // creates the file. False as well when reading fails (a directory, an I/O error): then the
-  // document is empty and bound to nothing, so that no save destroys what could not be read.
+  // document is empty and bound to nothing, so that no save destroys what could not be read. A
+  // device counts as a file that cannot be opened.
   bool load(const std::string& path);
 
   // Appends the lines of a stream, up to its end or its first failure; lines that are no comment,
@@ -650,6 +652,11 @@ inline bool xini_file_t::load(const std::string& path) {
   release();
   m_xstr_path = kept;
   if (kept.empty()) return false;
+  // A device such as /dev/full gives bytes without an end.
+  struct stat status;
+  if (::stat(kept.c_str(), &status) == 0 && (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode))) {
+    return false;
+  }
   std::ifstream stream(kept, std::ios::in | std::ios::binary);
   if (!stream.is_open()) return false;
   try {
