@@ -1,0 +1,279 @@
+// Children of fork(): none hangs, no record is there twice, none is missing.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "ConsoleClient.h"
+#include "LossTools.h"
+
+namespace Kelvik {
+namespace {
+
+constexpr int kThreads = 4;
+constexpr int kChildRecords = 50;
+constexpr int kLimitMs = 5000;
+
+// The leak sanitizer would miss what only the stacks of the parent's threads refer to.
+testing::AssertionResult RunFork(const std::string& name,
+                                 const std::vector<std::string>& more = {}) {
+  const CTempDir logs;
+  tagChildOptions options;
+  options.m_LimitMs = 40000;
+  options.m_Environment = {{"ASAN_OPTIONS", "detect_leaks=0"}};
+  std::vector<std::string> args = {logs.LogPath(), logs.Path()};
+  args.insert(args.end(), more.begin(), more.end());
+  return Succeeded(RunChild(name, args, options));
+}
+
+void LogNumbers(const std::string& name, int count) {
+  for (int number = 0; number < count; ++number)
+    if (LogNumber(name.c_str(), number) != 0) _exit(11);
+}
+
+void StartEngine(const std::string& logPath, uint32_t bufferBytes) {
+  UseSize(logPath, bufferBytes, kHugeFile);
+  EXPECT_EQ(0, Initialize());
+  EXPECT_EQ(0, KelvikExtra_SetOverflow(eOverflowWrite));
+}
+
+CHILD_CASE(ForkAndLog) {
+  StartEngine(args.at(0), 4096);
+  CLoggers loggers(kThreads);
+  EXPECT_TRUE(WaitUntil([&] { return loggers.HaveAllBegun(); }, kLimitMs));
+  std::map<std::string, int> counts;
+  for (int round = 0; round < Rounds(); ++round) {
+    const std::string name = "child" + std::to_string(round);
+    counts[name] = kChildRecords;
+    const pid_t pid = fork();
+    if (pid == 0) {
+      LogNumbers(name, kChildRecords);
+      std::exit(0);
+    }
+    EXPECT_EQ(0, WaitForProcess(pid, kLimitMs)) << name;
+  }
+  loggers.Stop();
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
+  for (const auto& [name, count] : loggers.Counts())
+    counts[name] = count;
+  EXPECT_TRUE(IsAllThere(AllText(args.at(1)), counts));
+  EXPECT_EQ(0u, Statistics().m_RecordsLost);
+  return 0;
+}
+
+TEST(Fork, ChildLogsAndExitsUnderLoad) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkAndLog"));
+}
+
+CHILD_CASE(ForkAndExec) {
+  StartEngine(args.at(0), 4096);
+  CLoggers loggers(kThreads);
+  EXPECT_TRUE(WaitUntil([&] { return loggers.HaveAllBegun(); }, kLimitMs));
+  std::map<std::string, int> counts;
+  for (int round = 0; round < Rounds(); ++round) {
+    const std::string name = "child" + std::to_string(round);
+    const bool logs = round % 2 == 0;
+    if (logs) counts[name] = kChildRecords;
+    const pid_t pid = fork();
+    if (pid == 0) {
+      if (logs) {
+        LogNumbers(name, kChildRecords);
+        if (KelvikExtra_Flush(kLimitMs, 0) != 0) _exit(12);
+      }
+      execlp("sh", "sh", "-c", "! ls -l /proc/$$/fd | grep -q '[.]log'", nullptr);
+      _exit(13);
+    }
+    EXPECT_EQ(0, WaitForProcess(pid, kLimitMs)) << name << ": a log file is open in the program";
+  }
+  loggers.Stop();
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
+  for (const auto& [name, count] : loggers.Counts())
+    counts[name] = count;
+  EXPECT_TRUE(IsAllThere(AllText(args.at(1)), counts));
+  return 0;
+}
+
+TEST(Fork, ChildExecsUnderLoad) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkAndExec"));
+}
+
+// One daemon: this process starts a parent that logs, forks and goes at once; the child goes on.
+// With _exit the parent's other threads would take records along, so there are none then.
+void RunDaemon(const std::string& logPath, bool exits, const std::string& suffix) {
+  const std::string parent = "parent" + suffix;
+  const std::string child = "child" + suffix;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    StartEngine(logPath, 65536);
+    LogNumbers(parent, kChildRecords);
+    std::atomic<bool> isOn{true};
+    if (exits) {
+      std::thread([&isOn] {
+        while (isOn)
+          registerModule("module", "V1");
+      }).detach();
+    }
+    const pid_t daemon = fork();
+    if (daemon == -1) _exit(14);
+    if (daemon != 0) exits ? std::exit(0) : _exit(0);
+    setsid();
+    LogNumbers(child, kChildRecords);
+    std::exit(0);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs)) << "the parent";
+  // The daemon has become a child of this process.
+  EXPECT_EQ(0, WaitForProcess(-1, kLimitMs)) << "the daemon";
+}
+
+CHILD_CASE(ForkDaemons) {
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  std::map<std::string, int> counts;
+  for (int round = 0; round < Rounds(); ++round) {
+    const std::string suffix = std::to_string(round);
+    RunDaemon(args.at(0), args.at(2) == "exit", suffix);
+    counts["parent" + suffix] = kChildRecords;
+    counts["child" + suffix] = kChildRecords;
+  }
+  EXPECT_TRUE(IsAllThere(AllText(args.at(1)), counts));
+  return 0;
+}
+
+TEST(Fork, ParentOfADaemonExitsAtOnce) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkDaemons", {"exit"}));
+}
+
+TEST(Fork, ParentOfADaemonLeavesWithoutExitHandlers) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkDaemons", {"_exit"}));
+}
+
+CHILD_CASE(ForkWithConsole) {
+  StartEngine(args.at(0), 4096);
+  auto* console = new CTestConsole;  // the child must not end it
+  EXPECT_TRUE(console->Sync());
+  const uint16_t port = console->Port();
+  int go[2];
+  EXPECT_EQ(0, pipe(go));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    char byte = 0;
+    // The parent has ended its console and taken the port meanwhile.
+    if (read(go[0], &byte, 1) != 1) _exit(21);
+    ModuleSetParamUnregister("TestConsole",
+                             "sync");  // the parent's, which asks the parent's object
+    CTestConsole own;
+    if (!own.Obey("-logcount 7")) _exit(22);
+    if (CGlobal::Instance()->GetAttribute()->m_LogMaxCount != 7) _exit(23);
+    if (NetworkConsoleDestroy() != 0) _exit(24);
+    _exit(0);
+  }
+  delete console;
+  const int fd = BindPlainSocket(port);
+  EXPECT_NE(-1, fd) << "the child holds the socket";
+  EXPECT_EQ(1, write(go[1], "x", 1));
+  EXPECT_EQ(0, WaitForProcess(pid, 2 * kLimitMs));
+  EXPECT_NE(7u, CGlobal::Instance()->GetAttribute()->m_LogMaxCount);
+  return 0;
+}
+
+TEST(Fork, ConsoleIsClosedInTheChildAndCanBeCreatedAgain) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkWithConsole"));
+}
+
+int CountThreads() {
+  return static_cast<int>(ListFolder("/proc/self/task").size());
+}
+
+CHILD_CASE(ForkOnDemand) {
+  StartEngine(args.at(0), 4096);
+  LogNumbers("parent", 10);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (Statistics().m_RecordsAccepted != 0) _exit(31);
+    if (CountThreads() != 1) _exit(32);
+    LogNumbers("child", 10);
+    if (CountThreads() != 1) _exit(33);
+    WriteBufferContent2File();
+    // A sanitizer has a thread of its own in a process with threads.
+    if (!WaitUntil([] { return Statistics().m_RecordsWritten == 10; }, kLimitMs)) _exit(34);
+    if (CountThreads() < 2) _exit(35);
+    const pid_t grandchild = fork();
+    if (grandchild == 0) {
+      LogNumbers("grandchild", 10);
+      std::exit(0);
+    }
+    _exit(WaitForProcess(grandchild, kLimitMs) == 0 ? 0 : 36);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, 2 * kLimitMs));
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
+  EXPECT_TRUE(IsAllThere(AllText(args.at(1)), {{"parent", 10}, {"child", 10}, {"grandchild", 10}}));
+  return 0;
+}
+
+TEST(Fork, WriterOfTheChildStartsOnDemand) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkOnDemand"));
+}
+
+// Other threads hold every lock of the library in turn while this one forks.
+CHILD_CASE(ForkUnderLocks) {
+  EXPECT_EQ(0, SetConfigFilePath((args.at(1) + "/fork.ini").c_str()));
+  StartEngine(args.at(0), 1024);
+  std::atomic<bool> isOn{true};
+  std::thread changes([&] {
+    for (int i = 0; isOn; ++i) {
+      const std::string name = "module" + std::to_string(i % 50);
+      ModuleStateRegister(
+          name.c_str(), "state", [](int, const char*, const char*, void*) { return 0; }, nullptr);
+      registerModule(name.c_str(), "V1");
+      SetAttribute(eAttributeOther, eOtherFocusModule, name.c_str(), 5);
+      Output().SetOverflow(eOverflowWrite);
+      ModuleStateUnregister(name.c_str(), "state");
+      Output().CloseFile();
+      PauseMs(i % 2);
+    }
+  });
+  std::thread flushes([&] {
+    for (int i = 0; isOn; ++i) {
+      LogNumber("flush", i);
+      KelvikExtra_Flush(100, 1);
+    }
+  });
+  for (int round = 0; round < Rounds(); ++round) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      registerModule("child", "V1");
+      ModuleStateRegister(
+          "child", "state", [](int, const char*, const char*, void*) { return 0; }, nullptr);
+      SetAttribute(eAttributeOther, eOtherFocusModule, "child", 5);
+      LogNumbers("child", 10);
+      if (KelvikExtra_Flush(kLimitMs, 1) != 0) _exit(41);
+      CGlobal::Instance()->SaveAttribute2File("all");
+      std::exit(0);
+    }
+    EXPECT_EQ(0, WaitForProcess(pid, kLimitMs)) << "round " << round;
+  }
+  isOn = false;
+  changes.join();
+  flushes.join();
+  return 0;
+}
+
+TEST(Fork, LocksHeldByOtherThreadsAreFreeInTheChild) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkUnderLocks"));
+}
+
+}  // namespace
+}  // namespace Kelvik
