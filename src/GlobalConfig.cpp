@@ -113,12 +113,21 @@ struct tagFileSettings {
   std::string m_FileNames[kSlotCount];
 };
 
-// One caller of ConfigFileInitialize at a time; the next one waits for its end.
+// One caller of ConfigFileInitialize at a time; the next one waits for its end, but not in a child
+// made by fork() for one that lives in the parent alone.
 pthread_mutex_t s_InitializeMutex = PTHREAD_MUTEX_INITIALIZER;
+
+void FreeInitializeInChild() {
+  ::pthread_mutex_init(&s_InitializeMutex, nullptr);
+}
 
 class CInitializeGuard {
  public:
-  CInitializeGuard() { ::pthread_mutex_lock(&s_InitializeMutex); }
+  CInitializeGuard() {
+    static const int s_IsNoted = ::pthread_atfork(nullptr, nullptr, &FreeInitializeInChild);
+    static_cast<void>(s_IsNoted);
+    ::pthread_mutex_lock(&s_InitializeMutex);
+  }
   ~CInitializeGuard() { ::pthread_mutex_unlock(&s_InitializeMutex); }
   CInitializeGuard(const CInitializeGuard&) = delete;
   CInitializeGuard& operator=(const CInitializeGuard&) = delete;

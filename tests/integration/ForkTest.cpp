@@ -275,5 +275,33 @@ TEST(Fork, LocksHeldByOtherThreadsAreFreeInTheChild) {
   EXPECT_TRUE(RunFork("ForkUnderLocks"));
 }
 
+// A thread is inside Initialize, held up by the buffer lock, while this one forks.
+CHILD_CASE(ForkInsideInitialize) {
+  EXPECT_EQ(0, SetConfigFilePath((args.at(1) + "/fork.ini").c_str()));
+  std::atomic<pid_t> caller{0};
+  Output().m_BufferMutex.lock();
+  std::thread initializes([&] {
+    caller = gettid();
+    EXPECT_EQ(0, Initialize());
+  });
+  const auto isHeldUp = [&] {
+    const std::string stat = ReadFile("/proc/self/task/" + std::to_string(caller) + "/stat");
+    return stat.find(") S ") != std::string::npos;
+  };
+  EXPECT_TRUE(WaitUntil([&] { return caller != 0 && isHeldUp(); }, kLimitMs));
+  const pid_t pid = fork();
+  if (pid == 0) _exit(CGlobal::Instance()->ConfigFileInitialize() == 0 ? 0 : 51);
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  Output().m_BufferMutex.unlock();
+  initializes.join();
+  EXPECT_EQ(3, CGlobal::Instance()->ConfigFileInitialize());
+  return 0;
+}
+
+TEST(Fork, ChildInitializesThoughAThreadOfTheParentWasAtIt) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkInsideInitialize"));
+}
+
 }  // namespace
 }  // namespace Kelvik
