@@ -112,7 +112,9 @@ class CLoggers {
         const std::string name = "t" + std::to_string(i);
         int number = 0;
         while (!m_Stop.load(std::memory_order_relaxed)) {
-          if (LogNumber(name.c_str(), number) != 0) break;
+          const int result = LogNumber(name.c_str(), number);
+          if (result == eResultInvalid) continue;  // refused while the buffers are exchanged
+          if (result != eResultSuccess) break;
           m_Counts[static_cast<std::size_t>(i)].store(++number, std::memory_order_relaxed);
           if (number % 64 == 0) PauseMs(1);
         }
