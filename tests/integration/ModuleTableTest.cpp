@@ -83,6 +83,44 @@ TEST(ModuleTable, ModuleIsASnapshotThatIsMadeOnceAndStays) {
   EXPECT_TRUE(Passes("InsertAndPop"));
 }
 
+CHILD_CASE(LookupAgain) {
+  CGlobal& context = Context();
+  const auto record = [&](const char* name) { return &context.m_ModuleAttribute.at(name); };
+  const auto expect = [&](const char* argument, const tagAttribute* found) {
+    EXPECT_EQ(found, context.GetAttribute(argument)) << argument;
+    std::thread([&] { EXPECT_EQ(found, context.GetAttribute(argument)) << argument; }).join();
+    EXPECT_EQ(found, context.GetAttribute(argument)) << argument;
+  };
+  // The same thread asks the same things, and each registration changes the answers.
+  expect("net", &Global());
+  expect("", &Global());
+  EXPECT_EQ(0, context.InsertModuleName("network", nullptr));
+  expect("net", record("network"));
+  expect("", record("network"));
+  EXPECT_EQ(0, context.InsertModuleName("ethernet", nullptr));
+  expect("net", record("ethernet"));
+  expect("network", record("network"));
+  EXPECT_EQ(0, context.InsertModuleName("wire", nullptr));
+  expect("net", record("ethernet"));
+  expect("", record("ethernet"));
+  expect("ire", record("wire"));
+  // Many names in turn, known and unknown, short and long.
+  for (int round = 0; round < 3; ++round) {
+    for (char first = 'a'; first <= 'z'; ++first) {
+      const std::string unknown = std::string(1, first) + "?";
+      EXPECT_EQ(&Global(), context.GetAttribute(unknown.c_str())) << unknown;
+      EXPECT_EQ(&Global(), context.GetAttribute((unknown + std::string(30, 'x')).c_str()));
+      EXPECT_EQ(record("wire"), context.GetAttribute("WIRE"));
+      EXPECT_EQ(record("network"), context.GetAttribute("twork"));
+    }
+  }
+  return 0;
+}
+
+TEST(ModuleTable, RegistrationShowsInTheNextLookupOfEveryThread) {
+  EXPECT_TRUE(Passes("LookupAgain"));
+}
+
 std::string ModuleName(int number) {
   char name[32];
   std::snprintf(name, sizeof(name), "module-%03d", number * 77 % 200);  // in no order
