@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <thread>
@@ -385,6 +386,16 @@ TEST(ConfigModule, VersionIsOverwrittenAtEachRegistration) {
   EXPECT_EQ("V1.1", ReadEntries(path)["net/version"]);
 }
 
+TEST(ConfigModule, VersionEndsAtItsFirstLineEnd) {
+  const CTempDir folder;
+  const std::string path = folder.File("kelvik.ini");
+  Register({path, "net", " V1.0 \nLevelDbg=1\n[Global]\nOutputFile=1"});
+  const Entries entries = ReadEntries(path);
+  EXPECT_EQ("V1.0", entries.at("net/version"));
+  EXPECT_EQ("", entries.at("net/leveldbg"));
+  EXPECT_EQ(0u, entries.count("global/outputfile"));
+}
+
 // Names that the document library takes only with care, or not at all.
 TEST(ConfigModule, NoNameHarmsTheProcessOrTheOtherSections) {
   const std::vector<std::string> names = {"a\nb",   "a\rb",
@@ -611,6 +622,23 @@ TEST(ConfigSave, EmptyNameOrNoPathIsRefused) {
   const std::string path = folder.File("kelvik.ini");
   EXPECT_EQ("3", ParseState(RunChild("Save", {path, "", "3", "net"}).m_Output)["Saved"]);
   EXPECT_EQ("3", ParseState(RunChild("Save", {"", "All", "3", "net"}).m_Output)["Saved"]);
+  EXPECT_THAT(ListFolder(folder.Path()), IsEmpty());
+}
+
+// args: folder, which becomes the working folder.
+CHILD_CASE(SaveHalvesWithoutPath) {
+  EXPECT_EQ(0, chdir(args[0].c_str()));
+  CGlobal& context = *CGlobal::Instance();
+  context.InsertModuleName("net", "V1");
+  EXPECT_EQ(0, context.SaveGlobalAtri());
+  EXPECT_EQ(0, context.SaveMoudleAttri2File("net"));
+  EXPECT_EQ(3, context.SaveMoudleAttri2File(nullptr));
+  return 0;
+}
+
+TEST(ConfigSave, HalvesOfASaveWriteNoFileWithoutPath) {
+  const CTempDir folder;
+  EXPECT_TRUE(Succeeded(RunChild("SaveHalvesWithoutPath", {folder.Path()})));
   EXPECT_THAT(ListFolder(folder.Path()), IsEmpty());
 }
 

@@ -444,5 +444,22 @@ TEST(Console, DatagramsAreHandledInOrderTenMillisecondsApart) {
   EXPECT_TRUE(Succeeded(RunChild("OrderAndPace")));
 }
 
+CHILD_CASE(PaceOfRefused) {
+  CPrintedText printed;
+  CTestConsole console;
+  EXPECT_TRUE(console.Sync());
+  constexpr int kCount = 30;
+  const int64_t start = RealClockMs();
+  for (int i = 0; i < kCount; ++i) {
+    EXPECT_TRUE(console.Client().SendRaw(i % 2 == 0 ? "" : "no magic"));
+  }
+  EXPECT_TRUE(console.Sync());
+  EXPECT_GE(RealClockMs() - start, kCount * 10);
+  return 0;
+}
+TEST(Console, RefusedAndEmptyDatagramsArePacedToo) {
+  EXPECT_TRUE(Succeeded(RunChild("PaceOfRefused")));
+}
+
 }  // namespace
 }  // namespace Kelvik

@@ -1,4 +1,4 @@
-// The settings record and the broken-down time keep their described places.
+// The fields of the settings record and of the broken-down time stay where programs find them.
 #include "Attribute.h"
 
 #include <gtest/gtest.h>

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -96,6 +97,14 @@ TEST(ModuleState, ResultOfACallbackIsIgnored) {
   EXPECT_EQ(state.Log(1, "net", "state"), eResultSuccess);
   EXPECT_EQ(state.Set("net", "state", 1), eResultSuccess);
   EXPECT_EQ(calls.m_Count, 2);
+}
+
+TEST(ModuleState, RegistrationIsTwoNamesACallbackAndItsParameter) {
+  EXPECT_EQ(offsetof(tagModule, m_Module), 0u);
+  EXPECT_EQ(offsetof(tagModule, m_Title), 128u);
+  EXPECT_EQ(offsetof(tagModule, m_Callback), 256u);
+  EXPECT_EQ(offsetof(tagModule, m_Param), 256u + sizeof(DisplayCallback));
+  EXPECT_EQ(sizeof(tagModule), 256u + sizeof(DisplayCallback) + sizeof(void*));
 }
 
 TEST(ModuleState, UnknownPairIsNotFoundAndNothingIsCalled) {
