@@ -41,6 +41,7 @@ struct tagWords {
   std::string m_Second;
   std::string m_Third;
   bool m_HasThird = false;
+  std::vector<std::string> m_Text;  // of "send"
 };
 
 using Finish = std::function<void(tagOptions& options, const tagWords& words)>;
@@ -125,9 +126,29 @@ Finish FinishPlain(eAction action) {
   return [action](tagOptions& options, const tagWords&) { options.m_Action = action; };
 }
 
-// The words of "send" are not looked at by CLI11: they begin with '-'.
-void FinishSend(const CLI::App& send, tagOptions& options) {
-  std::vector<std::string> words = send.remaining();
+bool IsCommonOption(const std::string& word) {
+  return word == "--host" || word == "--port" || word == "--timeout";
+}
+
+// Where the text of "send" begins, argc when the command is another one. The text is not for CLI11:
+// its words begin with '-'.
+int FindText(int argc, char** argv) {
+  bool isSend = false;
+  for (int at = 1; at < argc; ++at) {
+    const std::string word = argv[at];
+    const bool isHelp = word == "-h" || word == "--help";
+    if (IsCommonOption(word)) {
+      ++at;
+    } else if (!isHelp && !IsCommonOption(word.substr(0, word.find('=')))) {
+      if (isSend) return at;
+      if (word != "send") return argc;
+      isSend = true;
+    }
+  }
+  return argc;
+}
+
+void FinishSend(std::vector<std::string> words, tagOptions& options) {
   if (!words.empty() && words.front() == "--") words.erase(words.begin());
   if (words.empty()) Refuse("send needs a text");
   for (const std::string& word : words)
@@ -157,7 +178,9 @@ class CCommandLine {
   }
 
   void Parse(int argc, char** argv) {
-    m_App.parse(argc, argv);
+    const int text = FindText(argc, argv);
+    m_Words.m_Text.assign(argv + text, argv + argc);
+    m_App.parse(text, argv);
     const CLI::App* const command = m_App.get_subcommands().front();
     m_Words.m_HasFor = IsGiven(*command, "--for");
     m_Words.m_HasThird = IsGiven(*command, "MODULE");
@@ -288,11 +311,8 @@ class CCommandLine {
     CLI::App& save = Add("save", "Save settings to the configuration file of the process",
                          FinishText(eAction::kSave));
     save.add_option("WHAT", m_Words.m_First, "all, global or a module [all]")->type_name("");
-    CLI::App& send = Add("send", "Send TEXT..., its words as they stand, behind all options",
-                         [this](tagOptions& options, const tagWords&) {
-                           FinishSend(*m_App.get_subcommand("send"), options);
-                         });
-    send.prefix_command();
+    Add("send", "Send TEXT..., its words as they stand, behind all options",
+        [](tagOptions& options, const tagWords& words) { FinishSend(words.m_Text, options); });
     Add("ps", "The processes here that have libkelvik.so loaded and a console open",
         FinishPlain(eAction::kPs));
   }
