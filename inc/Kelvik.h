@@ -238,8 +238,8 @@ KELVIK_API int SetConfigFilePath(const char* path);
 // Returns eResultInvalid when path is empty ("path invalid").
 KELVIK_API int SetLogFilePath(const char* path);
 
-// Hands the records that wait in the buffer to the writer thread and does not wait for it. What an
-// earlier hand-over left unwritten is replaced. Returns eResultSuccess, also when nothing waits.
+// Hands the records that wait in the buffer to the writer thread. What an earlier hand-over left
+// unwritten is replaced, or written now (KelvikExtra_SetOverflow). Returns eResultSuccess always.
 KELVIK_API int WriteBufferContent2File(void);
 
 // Removes the log files of the ring and their entries in the configuration file, and drops what

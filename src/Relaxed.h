@@ -1,6 +1,6 @@
 // Atomic access to plain fields that several threads read and write without a lock.
 //
-// The fields keep their plain type, width and place (they are part of described records), so
+// The fields keep their plain type, width and place (programs know the records around them), so
 // std::atomic cannot be used for them. Relaxed accesses promise that a reader sees some value that
 // was stored, never a mixture; they order nothing else. Where a store publishes other data, use
 // ReleaseStore and AcquireLoad. Nothing wider than a pointer is accepted: a 32-bit target would
