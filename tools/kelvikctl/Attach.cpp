@@ -36,9 +36,12 @@ class CAttachment {
     const eWait first =
         WaitForTerminal(m_Client, m_Terminal, m_Stop.Descriptor(), std::min(opened, deadline));
     if (first == eWait::kTimeOut && NowMs() < deadline) return eEnd::kNoTerminal;
-    while (WaitForTerminal(m_Client, m_Terminal, m_Stop.Descriptor(), deadline) ==
-           eWait::kTerminal) {
-      if (!Relay(m_Stop.Descriptor(), -1)) return m_IsClosed ? eEnd::kClosed : eEnd::kStopped;
+    // Where much is printed the terminal always has something to say.
+    while (NowMs() < deadline && WaitForTerminal(m_Client, m_Terminal, m_Stop.Descriptor(),
+                                                 deadline) == eWait::kTerminal) {
+      if (!Relay(m_Stop.Descriptor(), LeftMs(deadline))) {
+        return m_IsClosed ? eEnd::kClosed : eEnd::kStopped;
+      }
     }
     return eEnd::kStopped;
   }
@@ -48,7 +51,9 @@ class CAttachment {
     m_Client.Send("-console");
     const int64_t end = NowMs() + m_Process.TimeOutMs();
     while (!m_IsClosed) {
-      if (WaitForTerminal(m_Client, m_Terminal, -1, end) != eWait::kTerminal) FailToGoBack();
+      if (NowMs() >= end || WaitForTerminal(m_Client, m_Terminal, -1, end) != eWait::kTerminal) {
+        FailToGoBack();
+      }
       Relay(-1, kLastWaitMs);
     }
   }

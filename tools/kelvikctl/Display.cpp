@@ -1,14 +1,12 @@
 #include "Display.h"
 
 #include <poll.h>
-#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
-#include "Clock.h"
 #include "Failure.h"
 #include "SocketTable.h"
 #include "Words.h"
@@ -63,22 +61,31 @@ void FailWithoutAnswer(CClient& client, const CTerminal& terminal, int timeOutMs
   throw CFailure(kExitNoAnswer, reason);
 }
 
-bool CDisplay::Show(const std::string& module, const std::string& title, const Sink& sink) {
+bool CDisplay::Show(const std::string& module, const std::string& title, const Sink& sink,
+                    int64_t latest) {
   CTerminal terminal;
+  bool hasBegun = false;
   m_Client.Send(JoinWords({"-show", terminal.Path(), module, title}));
   for (;;) {
     char bytes[kReadBytes];
     std::size_t size = 0;
-    switch (WaitForTerminal(m_Client, terminal, m_StopFd, NowMs() + m_TimeOutMs)) {
+    const int64_t deadline = std::min(latest, NowMs() + m_TimeOutMs);
+    const eWait wait = NowMs() >= latest ? eWait::kTimeOut
+                                         : WaitForTerminal(m_Client, terminal, m_StopFd, deadline);
+    switch (wait) {
       case eWait::kStopped:
         return false;
       case eWait::kTimeOut:
+        if (hasBegun) {
+          throw CFailure(kExitNoAnswer, "the display did not come to its end in time");
+        }
         FailWithoutAnswer(m_Client, terminal, m_TimeOutMs);
       case eWait::kTerminal:
         break;
     }
     switch (terminal.Read(bytes, sizeof(bytes), size)) {
       case CTerminal::eRead::kBytes:
+        hasBegun = true;
         if (!sink(bytes, size)) return false;
         break;
       case CTerminal::eRead::kNothingYet:
@@ -91,10 +98,11 @@ bool CDisplay::Show(const std::string& module, const std::string& title, const S
 
 std::string CDisplay::Read(const std::string& module, const std::string& title) {
   std::string text;
-  Show(module, title, [&text](const char* bytes, std::size_t size) {
+  const Sink append = [&text](const char* bytes, std::size_t size) {
     text.append(bytes, std::min(size, kReadingBytes - text.size()));
     return text.size() < kReadingBytes;
-  });
+  };
+  Show(module, title, append, NowMs() + m_TimeOutMs);
   return text;
 }
 

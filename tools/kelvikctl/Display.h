@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Client.h"
+#include "Clock.h"
 #include "Terminal.h"
 
 namespace KelvikCtl {
@@ -34,10 +35,11 @@ class CDisplay {
 
   // Hands on what the process prints, as it comes, until it has closed the terminal. A display that
   // is not registered prints nothing. Returns false when the sink or stopFd ended it. Throws
-  // CFailure when no answer comes.
-  bool Show(const std::string& module, const std::string& title, const Sink& sink);
+  // CFailure when no answer comes, when it stops in the middle, and when it goes on until latest.
+  bool Show(const std::string& module, const std::string& title, const Sink& sink,
+            int64_t latest = kNever);
 
-  // The whole display; at most a megabyte of it.
+  // The whole display; it has a megabyte and one time-out to end in.
   std::string Read(const std::string& module, const std::string& title);
 
  private:
