@@ -4,8 +4,12 @@
 
 #include <cstdarg>
 #include <type_traits>
+#include <utility>
 
 namespace Kelvik {
+
+// For decltype only: what a va_list parameter takes.
+void TakesList(va_list list);
 
 // Wraps a va_list for the overloads of COutput::Log that take one.
 //
@@ -20,8 +24,11 @@ struct tagArguments {
   explicit tagArguments(va_list list) {
     va_copy(m_List, list);
   }
-  template <class T = va_list, std::enable_if_t<!std::is_pointer<T>::value, int> = 0>
-  tagArguments(va_list list) {  // NOLINT(google-explicit-constructor)
+  // As a template: a literal zero converts to any pointer, but deduced it is an int and no list.
+  template <
+      class T, class List = va_list, class = decltype(TakesList(std::declval<T>())),
+      std::enable_if_t<!std::is_pointer<List>::value && !std::is_null_pointer<T>::value, int> = 0>
+  tagArguments(T list) {  // NOLINT(google-explicit-constructor)
     va_copy(m_List, list);
   }
   ~tagArguments() { va_end(m_List); }

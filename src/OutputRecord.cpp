@@ -178,7 +178,10 @@ int COutput::Logs(eLogLevel level, const char* module, const char* title, const 
   static_cast<void>(time);
   if (text == nullptr || length < 0) return eResultInvalid;
   if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
-  return Deliver({level, module, text, length, skip, nullptr});
+  // A direct call may name any skip; syslog must not look outside the text.
+  const int textLength = static_cast<int>(::strnlen(text, static_cast<size_t>(length)));
+  const int bounded = skip < 0 ? 0 : skip < textLength ? skip : textLength;
+  return Deliver({level, module, text, length, bounded, nullptr});
 }
 
 int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* data,

@@ -50,6 +50,13 @@ class CStreamGuard {
   CStreamGuard& operator=(const CStreamGuard&) = delete;
 };
 
+// Text for a device that is lost, and its error, must not stay with the stream.
+void DropUnprinted() {
+  CStreamGuard guard;
+  ::__fpurge(stdout);
+  std::clearerr(stdout);
+}
+
 bool PrintColoured(const char* colour, const char* text) {
   if (!PrintText(colour) || !PrintText(text)) return false;
   return colour == kReset || PrintText(kReset);
@@ -107,7 +114,8 @@ void COutput::AfterPrint(bool failed) {
 }
 
 void COutput::Recover() {
-  if (errno == EIO && RelaxedLoad(m_TerminalFd) != -1) RedirectConsole();
+  if (errno != EIO || RelaxedLoad(m_TerminalFd) == -1) return;
+  if (RedirectConsole() != eResultSuccess) DropUnprinted();
 }
 
 int COutput::LogTerminal(const char* path, int pathLength, const char* module, int moduleLength,
@@ -128,9 +136,8 @@ int COutput::RedirectTTY(const char* path, int length) {
   int32_t fd = OpenTerminal(path);
   if (fd == -1) return eResultUnavailable;
   CStreamGuard guard;
-  // What the old device does not take any more must not come out on the new one, and its error
-  // must not stay with the stream.
-  if (std::fflush(stdout) != 0) ::__fpurge(stdout);
+  // What the old device does not take any more must not come out on the new one.
+  if (std::fflush(stdout) != 0) DropUnprinted();
   std::clearerr(stdout);
   RelaxedStore(m_TerminalFd, ::dup2(fd, STDOUT_FILENO));
   CloseDescriptor(fd);
@@ -153,6 +160,8 @@ int COutput::RedirectConsole() {
 int COutput::GetConsolePath() {
   char path[sizeof(m_ConsolePath)];
   if (::ttyname_r(STDIN_FILENO, path, sizeof(path)) != 0) return eResultSuccess;
+  CStreamGuard guard;
+  std::memset(m_ConsolePath, 0, sizeof(m_ConsolePath));
   std::memcpy(m_ConsolePath, path, ::strnlen(path, sizeof(path) - 1));
   return eResultSuccess;
 }

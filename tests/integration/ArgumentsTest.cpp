@@ -53,6 +53,23 @@ CHILD_CASE(OneArgument) {
   return 0;
 }
 
+CHILD_CASE(NullArgument) {
+  CPrintedText printed;
+  UseBareRecords();
+  // A literal zero converts to any pointer.
+  EXPECT_EQ(0, Engine().Log(Level(2), "net", nullptr, "<%d>\n", 0));
+  EXPECT_EQ(Shown(2, "[net] <0>\n"), printed.Take());
+  EXPECT_EQ(0, Engine().Log(Level(2), "net", nullptr, "a.c", nullptr, -1, "<%d>\n", 0));
+  EXPECT_EQ(Shown(2, "[net] [a.c] <0>\n"), printed.Take());
+  EXPECT_EQ(0, Engine().Log(Level(2), "net", nullptr, "<%p>\n", nullptr));
+  EXPECT_EQ(Shown(2, "[net] <(nil)>\n"), printed.Take());
+  return 0;
+}
+
+TEST(Arguments, LiteralZeroIsAnArgumentAndNoList) {
+  EXPECT_TRUE(Passes("NullArgument"));
+}
+
 TEST(Arguments, OneTextIsAnArgumentAndNoList) {
   EXPECT_TRUE(Passes("OneArgument"));
 }
