@@ -1,7 +1,7 @@
 #!/bin/sh
 # Shows the main job on real input: the machine's own text through kelviklog to the coloured terminal
-# and into a ring of small files, which a second kelviklog goes on with. Asks nothing; leaves only
-# build/ behind.
+# and into a ring of small files, which a second kelviklog goes on with; then a running program, which
+# an operator questions and changes with kelvikctl. Asks nothing; leaves only build/ behind.
 set -u
 cd "$(dirname "$0")/.." || exit 1
 . scripts/lib.sh
@@ -17,16 +17,22 @@ build=build/release
 if [ ! -f $build/CMakeCache.txt ]; then
   build=build/demo
   mkdir -p $build
-  cmake --preset release -B $build -DKELVIK_BUILD_TESTS=OFF -DKELVIK_BUILD_EXAMPLES=OFF \
+  cmake --preset release -B $build -DKELVIK_BUILD_TESTS=OFF -DKELVIK_BUILD_EXAMPLES=ON \
     > $build/configure.log 2>&1 || { cat $build/configure.log; exit 1; }
 fi
-echo "Building kelviklog..."
-cmake --build $build --target kelviklog > $build/demo-build.log 2>&1 ||
+echo "Building kelviklog, kelvikctl and sysmon..."
+cmake --build $build --target kelviklog kelvikctl sysmon > $build/demo-build.log 2>&1 ||
   { cat $build/demo-build.log; exit 1; }
 kelviklog=$build/tools/kelviklog/kelviklog
+kelvikctl=$build/tools/kelvikctl/kelvikctl
+sysmon_pid=
 
 work=$(mktemp -d) || exit 1
-trap 'rm -rf "$work"' EXIT
+finish() {
+  [ -z "$sysmon_pid" ] || kill "$sysmon_pid" 2>/dev/null
+  rm -rf "$work"
+}
+trap finish EXIT
 trap 'exit 1' HUP INT TERM
 
 # Real text: a system log where there is one that may be read, else what the build says.
@@ -130,8 +136,69 @@ if [ "$files" -gt $ring_files ] || [ "$files" != "$(ring | wc -l)" ] ||
   exit 1
 fi
 
+# --- A program that runs, and its operator ---
+
+operated=$work/sysmon.ini
+cat > "$operated" <<'END'
+[Global]
+OutputConsole=0
+OutputFile=1
+LogMaxSize=1
+LogMaxCount=3
+bufferSize=1
+writeInterval=200
+LevelInfo=1
+END
+echo "LogFilePath=$work/operated/" >> "$operated"
+mkdir "$work/operated"
+port=$((20000 + $$ % 10000))
+while grep -qi ":$(printf '%04X' $port) " /proc/net/udp; do port=$((port + 1)); done
+
+# Shows what an operator types, and does it.
+operate() {
+  echo "\$ kelvikctl --port $port $*"
+  "$kelvikctl" --port $port "$@" || exit 1
+}
+
+say "sysmon runs in the background: it watches this machine's network, disks and memory"
+$build/examples/sysmon --config "$operated" --port $port < /dev/null > "$work/sysmon.out" 2>&1 &
+sysmon_pid=$!
+tries=50
+until "$kelvikctl" --port $port status > /dev/null 2>&1; do
+  tries=$((tries - 1))
+  [ $tries -gt 0 ] || { echo "sysmon does not answer"; cat "$work/sysmon.out"; exit 1; }
+  sleep 0.1
+done
+operate ps | grep -e PID -e " $port "
+operate status
+
+say "Its operator shows what it has counted, switches debug on for the network, and hurries it"
+operate list
+operate show net counters
+operate level debug on net
+operate set net interval 100
+sleep 2
+
+say "The settings are saved, as its configuration file shows; its ring holds what debug logged"
+operate save
+sed -n '/^\[net\]/,/^$/p' "$operated"
+config=$operated
+show_ring
+kill "$sysmon_pid"
+wait "$sysmon_pid" || { echo "sysmon did not end well"; exit 1; }
+sysmon_pid=
+ring | xargs cat > "$work/kept"
+tail -n 3 "$work/kept" | cut -c 1-110
+if ! grep -q 'LevelDbg=1' "$operated" || ! grep -q '\[net\]\[sample\] lo: in' "$work/kept" ||
+  ! tail -n 1 "$work/kept" | grep -q 'sysmon ends'; then
+  echo "The operator's changes did not come through."
+  exit 1
+fi
+
 say "What you saw"
 echo "kelviklog gave each line a time, a module and a title, coloured it by its level, and wrote it" \
   "to files that are renewed at $ring_kib KiB; after its restart it went on in the file it had left."
 echo "Of $lines lines the newest $kept are kept, the last line included, in $files files, and the disk" \
   "never held more than $((ring_files * ring_kib)) KiB of them and one record a file."
+echo "kelvikctl read and changed a program that was running: one module's level, a number of its own" \
+  "and what it keeps for its next start."
