@@ -7,12 +7,14 @@ export CMAKE_BUILD_PARALLEL_LEVEL="${CMAKE_BUILD_PARALLEL_LEVEL:-$kelvik_cores}"
 # Debian 12's packages by what they are for.
 kelvik_build_packages="cmake ninja-build g++ libc6-dev libcli11-dev"
 kelvik_test_packages="libgtest-dev"
+kelvik_guard_packages="valgrind"
 kelvik_mipsel_packages="g++-mipsel-linux-gnu libc6-dev-mipsel-cross qemu-user"
 kelvik_clang_packages="clang-14 libclang-rt-14-dev"
 kelvik_format_packages="clang-format-14 git"
 kelvik_coverage_packages="gcovr"
-kelvik_bench_packages="libbenchmark-dev pkg-config"
-kelvik_peer_packages="libspdlog-dev libgoogle-glog-dev liblog4cplus-dev"
+kelvik_bench_packages="libbenchmark-dev pkg-config valgrind gnuplot-nox"
+kelvik_peer_packages="libspdlog-dev libgoogle-glog-dev liblog4cplus-dev libinih-dev libboost-dev
+  daemontools runit"
 
 say() {
   printf '\n== %s\n' "$*"

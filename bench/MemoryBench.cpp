@@ -1,0 +1,44 @@
+// Resident memory that Initialize with file output adds, and then what records add that fill both
+// buffers, as the kernel counts it page by page. The library's pages of code are among it as far as
+// they are touched, and what the system maps around those; private pages are the process's own.
+
+#include <fstream>
+#include <string>
+
+#include "Harness.h"
+#include "Loggers.h"
+
+namespace {
+
+using namespace Kelvik;
+
+// KiB of a line of the process's memory map.
+double ResidentKib(const char* key) {
+  std::ifstream rollup("/proc/self/smaps_rollup");
+  std::string word;
+  double kib = 0;
+  while (rollup >> word) {
+    if (word == key) rollup >> kib;
+  }
+  return kib;
+}
+
+}  // namespace
+
+int main() {
+  static const CBenchFolder folder;
+  const double all = ResidentKib("Rss:");
+  const double own = ResidentKib("Anonymous:");
+  Require(all > 0, "the kernel tells the resident memory");
+  CKelvikLogger::Open(folder.Path());
+  const double opened = ResidentKib("Rss:");
+  const double openedOwn = ResidentKib("Anonymous:");
+  for (unsigned i = 0; i < 2000; ++i)
+    CKelvikLogger::Record(i);
+  CKelvikLogger::Close();
+  Report("memory", "Initialize", opened - all);
+  Report("memory", "Initialize, private", openedOwn - own);
+  Report("memory", "used", ResidentKib("Rss:") - all);
+  Report("memory", "used, private", ResidentKib("Anonymous:") - own);
+  return 0;
+}
