@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "KelviklogTools.h"
+#include "RealClock.h"
 #include "Rounds.h"
 #include "TempDir.h"
 
@@ -108,6 +109,44 @@ TEST(KelviklogRing, ADurationChangesTheFileWhateverItsSize) {
   ASSERT_TRUE(Succeeded(child.Wait()));
   EXPECT_GE(LogFiles(folder.Path()).size(), 3u);
   EXPECT_GT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+  EXPECT_EQ(RingPayloads(folder.Path(), kPrefix), Numbers(0, written));
+}
+
+TEST(KelviklogRing, RecordsAreInTheFileSoonAfterTheInputFallsQuiet) {
+  const CTempDir folder;
+  tagChildOptions options;
+  options.m_IsInputPiped = true;
+  CChild child(ProgramCommand(KELVIK_KELVIKLOG, IntoRing(folder.Path())), options);
+  const auto areThere = [&](int count) {
+    return RingPayloads(folder.Path(), kPrefix) == Numbers(0, count);
+  };
+  ASSERT_TRUE(child.Write(Join(Numbers(0, 1))));
+  ASSERT_TRUE(WaitUntil([&] { return areThere(1); }, 5000));  // it has started
+  for (int count = 2; count <= Rounds(); ++count) {
+    ASSERT_TRUE(child.Write(Join(Numbers(count - 1, 1))));
+    const int64_t start = RealClockMs();
+    ASSERT_TRUE(WaitUntil([&] { return areThere(count); }, 5000));
+    EXPECT_LT(RealClockMs() - start, ScaledMs(200)) << count;
+  }
+  child.CloseInput();
+  EXPECT_TRUE(Succeeded(child.Wait()));
+}
+
+TEST(KelviklogRing, RecordsReachTheFileWhileASlowInputGoesOn) {
+  const CTempDir folder;
+  tagChildOptions options;
+  options.m_IsInputPiped = true;
+  CChild child(ProgramCommand(KELVIK_KELVIKLOG, IntoRing(folder.Path())), options);
+  int written = 0;
+  // Never quiet for as long as a record may wait.
+  const auto isAnyThere = [&] {
+    EXPECT_TRUE(child.Write(Join(Numbers(written++, 1))));
+    PauseMs(10);
+    return !RingPayloads(folder.Path(), kPrefix).empty();
+  };
+  EXPECT_TRUE(WaitUntil(isAnyThere, 5000));
+  child.CloseInput();
+  ASSERT_TRUE(Succeeded(child.Wait()));
   EXPECT_EQ(RingPayloads(folder.Path(), kPrefix), Numbers(0, written));
 }
 
