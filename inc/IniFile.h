@@ -19,13 +19,12 @@
 #ifndef KELVIK_INIFILE_H_
 #define KELVIK_INIFILE_H_
 
+#include <errno.h>
 #include <stdint.h>
-#include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <istream>
 #include <iterator>
 #include <list>
@@ -604,6 +603,7 @@ class xini_file_t : public xini_node_t {
   // file (a byte-order mark) make its head.
   static bool is_head_byte(char letter) { return static_cast<signed char>(letter) < 0; }
 
+  static bool is_absent(int error);
   void clear();
   void read_head(std::istream& stream);
   void enter_sect(xini_section_t* sect);
@@ -646,31 +646,37 @@ inline void xini_file_t::release() {
   clear();
 }
 
+// Whether an open that ended with this errno value found no file to read at that path.
+inline bool xini_file_t::is_absent(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG || error == ELOOP ||
+         error == EACCES || error == ENXIO;
+}
+
 inline bool xini_file_t::load(const std::string& path) {
   // The caller's text may be a part of this document.
   const std::string kept(path);
   release();
   m_xstr_path = kept;
   if (kept.empty()) return false;
-  // A device such as /dev/full gives bytes without an end.
-  struct stat status;
-  if (::stat(kept.c_str(), &status) == 0 && (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode))) {
-    return false;
-  }
-  std::ifstream stream(kept, std::ios::in | std::ios::binary);
-  if (!stream.is_open()) return false;
+  bool isWhole = false;
   try {
+    std::string bytes;
+    const int error = xini_saver_t::read(kept, bytes);
+    if (is_absent(error)) return false;
+    std::istringstream stream(std::move(bytes));
     read_head(stream);
     *this << stream;
+    // A stream keeps to itself that memory ran out.
+    isWhole = error == 0 && !stream.bad();
   } catch (...) {
-    // Half a document must never be saved over the whole one.
     clear();
     throw;
   }
   m_xbt_dirty = false;
-  if (!stream.bad()) return true;
-  clear();
-  return false;
+  // Half a document, and one that is there but could not be read (an I/O error, no descriptor
+  // left), must never be saved over the whole one.
+  if (!isWhole) clear();
+  return isWhole;
 }
 
 // An empty file has the head 0xFF.

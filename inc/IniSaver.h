@@ -30,7 +30,13 @@ class xini_saver_t {
   // the old file is whole, unless an in-place write failed halfway.
   static bool save(const std::string& path, const std::string& bytes);
 
+  // Appends what the file at path holds to bytes. Never blocks in the open. Returns 0 or an errno
+  // value; ENXIO for what may never end or never begin (a device, a pipe), which is not read.
+  static int read(const std::string& path, std::string& bytes);
+
  private:
+  static constexpr std::size_t kReadBytes = 65536;
+  static constexpr int kFirstFd = 3;             // 0 to 2 are the standard streams
   static constexpr int kMaxLinks = 40;           // symbolic links followed before giving up
   static constexpr int kMaxTries = 4;            // while others exchange the file
   static constexpr int kMaxTemps = 10;           // savers of one file at a time; one digit
@@ -93,6 +99,23 @@ inline bool xini_saver_t::save(const std::string& path, const std::string& bytes
   return error == 0;
 }
 
+inline int xini_saver_t::read(const std::string& path, std::string& bytes) {
+  const fd_t file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file.is_open()) return errno;
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) return errno;
+  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return ENXIO;
+  for (;;) {
+    const std::size_t held = bytes.size();
+    bytes.resize(held + kReadBytes);
+    const ssize_t got = ::read(file.get(), &bytes[held], kReadBytes);
+    const int error = got < 0 ? errno : 0;
+    bytes.resize(held + (got > 0 ? static_cast<std::size_t>(got) : 0));
+    if (got == 0) return 0;
+    if (got < 0 && error != EINTR) return error;
+  }
+}
+
 // ESTALE: the file was exchanged meanwhile, by another saver for one, and this is not the last try.
 inline int xini_saver_t::try_save(const std::string& path, const std::string& bytes, bool isLast) {
   const int flags = O_WRONLY | O_NOCTTY | O_CLOEXEC;
@@ -110,12 +133,16 @@ inline int xini_saver_t::try_save(const std::string& path, const std::string& by
   return file.is_open() ? write_in_place(file.get(), bytes) : errno;
 }
 
+// Never one of 0 to 2, also where the process has closed them: what another thread prints or logs
+// on standard output would land in the file.
 inline int xini_saver_t::open_file(const std::string& path, int flags, mode_t mode) {
   int fd = -1;
   do {
     fd = ::open(path.c_str(), flags, mode);
   } while (fd < 0 && errno == EINTR);
-  return fd;
+  if (fd < 0 || fd >= kFirstFd) return fd;
+  const fd_t low(fd);
+  return ::fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstFd);
 }
 
 inline xini_saver_t::place_t xini_saver_t::cut(const std::string& path) {

@@ -2,6 +2,8 @@
 #ifndef KELVIK_CONFIGEDIT_H_
 #define KELVIK_CONFIGEDIT_H_
 
+#include <sys/stat.h>
+
 #include <exception>
 #include <string>
 
@@ -19,10 +21,16 @@ namespace Kelvik {
 // edit takes no lock of the output engine, does not print, and hands to the document only names
 // that can stand in a line of their own.
 //
-// Returns eResultSuccess, or eResultFailure when memory ran out: nothing is saved then. Throws
-// nothing.
+// Returns eResultSuccess, or eResultFailure when memory ran out or path is a pipe: nothing is saved
+// then. Throws nothing.
 template <class Edit>
 int EditConfigFile(CMutex& mutex, const char* path, Edit edit) {
+  // A pipe would keep the caller, and with it everybody who needs the lock, until somebody reads
+  // it.
+  struct stat status;
+  if (::stat(path, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))) {
+    return eResultFailure;
+  }
   CGuard guard(&mutex);
   try {
     const std::string file(path);

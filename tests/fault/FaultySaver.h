@@ -25,6 +25,7 @@ struct tagFaults {
   int m_Error = 0;                   // errno of the failure
   std::size_t m_MostWritten = 0;     // bytes that one write takes at most; 0: all
   std::size_t m_Room = 0;            // bytes that can be written until the disk is full; 0: endless
+  int m_LowestFd = 1000000;          // of those written to
   std::vector<std::string> m_Calls;  // names of the calls in order
 };
 
@@ -46,6 +47,7 @@ inline bool MustFail(const char* name) {
 
 inline ssize_t WriteWithFaults(int fd, const void* bytes, std::size_t size) {
   tagFaults& faults = Faults();
+  if (fd < faults.m_LowestFd) faults.m_LowestFd = fd;
   if (MustFail("write")) return -1;
   if (faults.m_MostWritten != 0 && size > faults.m_MostWritten) size = faults.m_MostWritten;
   if (faults.m_Room != 0) {

@@ -253,6 +253,35 @@ TEST_F(IniSaveFault, DiskWithoutRoomForGrowthLeavesAFileThatIsWrittenInPlace) {
   EXPECT_EQ(kOld + " ", ReadFile(path));
 }
 
+// A daemon without standard streams: what it prints must not land in the file that is saved.
+CHILD_CASE(SaveWithoutStandardStreams) {
+  int kept[3] = {};
+  for (int fd = 0; fd < 3; ++fd) {
+    kept[fd] = fcntl(fd, F_DUPFD_CLOEXEC, 100);
+    close(fd);
+  }
+  Faults() = {};
+  const bool isSaved = xini_faulty_saver_t::save(args.at(0), kNew);
+  const bool areFree =
+      fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1;
+  for (int fd = 0; fd < 3; ++fd)
+    dup2(kept[fd], fd);
+  EXPECT_TRUE(isSaved);
+  EXPECT_TRUE(areFree);
+  EXPECT_GE(Faults().m_LowestFd, 3);
+  return 0;
+}
+
+TEST_F(IniSaveFault, StandardStreamsAreNeverUsed) {
+  for (const eLie lie : kLies) {
+    const CTempDir folder;
+    const std::string path = MakeLie(folder, lie);
+    EXPECT_TRUE(Succeeded(RunChild("SaveWithoutStandardStreams", {path})));
+    EXPECT_EQ(kNew, ReadFile(path));
+    EXPECT_EQ(NamesAfter(lie), ListFolder(folder.Path()));
+  }
+}
+
 // The size limit of the process stands for a full disk: nothing is injected.
 CHILD_CASE(SaveUnderSizeLimit) {
   signal(SIGXFSZ, SIG_IGN);
