@@ -102,7 +102,7 @@ await operator 1 "$yellow.*14 is not" "nothing comes after fg"
 
 # Ctrl-C: back for good, exit code 0.
 keys C-c
-await operator 3 '^op> ' "Ctrl-C does not end attach"
+await operator 4 '^op> ' "Ctrl-C does not end attach"
 keys 'echo code=$?' Enter
 await operator 1 '^code=0' "attach ended by Ctrl-C does not return 0"
 complain 15
@@ -122,13 +122,12 @@ await operator 1 '^held=0' "Ctrl-C does not end level --for"
 ctl status | grep -q 'debug:false' || fail "the level is not restored"
 
 # watch draws in place: however often, the heading stands there once.
-keys "clear; '$kelvikctl' --port $port watch mem usage -n 0.1" Enter
+keys "clear; '$kelvikctl' --port $port watch mem usage -n 0.1; echo watched=\$?" Enter
 await operator 1 '^total [0-9]* KiB' "watch shows nothing"
 sleep 1
 [ "$(terminal capture-pane -p -t t:operator | grep -c '^mem usage')" = 1 ] ||
   fail "watch does not draw in place"
 keys C-c
-keys 'echo watched=$?' Enter
 await operator 1 'watched=0' "Ctrl-C does not end watch with 0"
 
 # What came here did not go there, and the other way round.
