@@ -47,5 +47,6 @@ if(KELVIK_SANITIZE)
 endif()
 if(KELVIK_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic)
-  add_link_options(--coverage)
+  # gcov's own functions are not exported by the shared library.
+  add_link_options(--coverage -Wl,--exclude-libs,libgcov.a)
 endif()

@@ -126,6 +126,10 @@ struct tagStreams {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
+  // What the test runner left open is none of the child's business.
+  for (int fd = 3; fd < 1024; ++fd) {
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+  }
   if (dup2(streams.m_Input, 0) == 0 && dup2(streams.m_Output, 1) == 1 &&
       dup2(streams.m_Error, 2) == 2 && (folder[0] == '\0' || chdir(folder) == 0)) {
     execvpe(image.m_Argv[0], image.m_Argv.data(), image.m_Envp.data());
