@@ -20,6 +20,8 @@ namespace Kelvik {
 namespace {
 
 constexpr char kYellow[] = "\033[33m";
+// The library recovers by itself from a lost terminal; that the output was sent back shows here.
+constexpr char kSentBack[] = "receive command: -console";
 constexpr char kNode[] = "******************* node = ";
 
 // args: the terminal that is its standard input, and milliseconds between two records (0: none).
@@ -106,6 +108,7 @@ TEST(KelvikctlAttach, OutputComesHereForATimeAndThenGoesBack) {
   EXPECT_EQ(0u, result.m_Output.find(kNode)) << result.m_Output.substr(0, 200);
   EXPECT_TRUE(Contains(result.m_Output, kYellow)) << result.m_Output;
   EXPECT_TRUE(Contains(result.m_Output, "[clock][tick] tick ")) << result.m_Output;
+  EXPECT_TRUE(Contains(result.m_Output, kSentBack)) << result.m_Output;
   EXPECT_TRUE(process.IsHome());
 }
 
@@ -118,6 +121,7 @@ TEST(KelvikctlAttach, EachEndingSignalSendsTheOutputBackFirst) {
     attach.Signal(signal);
     const tagChildResult result = attach.Wait();
     EXPECT_EQ(0, result.m_ExitCode) << signal << result.m_Errors;
+    EXPECT_TRUE(Contains(result.m_Output, kSentBack)) << signal;
     EXPECT_TRUE(process.IsHome()) << signal;
   }
 }
