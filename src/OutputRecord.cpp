@@ -112,7 +112,10 @@ inline int COutput::Deliver(const tagRecord& record) {
                       m_SystemRecords)) {
     return eResultInvalid;
   }
-  if (RelaxedLoad(global->m_OutputFile) == 0) return eResultSuccess;
+  // Switched off, or put back to its default by the end of the process, which has lost the record.
+  if (RelaxedLoad(global->m_OutputFile) == 0) {
+    return RelaxedLoad(m_Ended) == eLifeOpen ? eResultSuccess : eResultFailure;
+  }
   // Reports are errors; the question costs a look at the thread's own storage.
   if (record.m_Level == eLogLevelError && !ReportMayUseFile()) return eResultSuccess;
   return StoreRecord(record.m_Text, record.m_Length);
@@ -218,7 +221,9 @@ int COutput::LogRaw(const tagRecordHead& head, const char* data, int length, int
   if (RelaxedLoad(global->m_OutputSystem) != 0 &&
       !WriteSystemLog(head.m_Level, data, levelLine, m_SystemRecords)) {
     result = eResultInvalid;
-  } else if (RelaxedLoad(global->m_OutputFile) != 0 && ReportMayUseFile()) {
+  } else if (RelaxedLoad(global->m_OutputFile) == 0) {
+    if (RelaxedLoad(m_Ended) != eLifeOpen) result = eResultFailure;  // as in Deliver
+  } else if (ReportMayUseFile()) {
     const tagWriter* failed = nullptr;
     result = Write(writer, data, length, failed);
     Settle(failed);

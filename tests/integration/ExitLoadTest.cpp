@@ -107,7 +107,7 @@ void EndAndCount(const std::string& way, const std::string& policy) {
 }
 
 void EndInRounds(const std::string& way) {
-  for (int round = 0; round < Rounds() / 2 + 1; ++round) {
+  for (int round = 0; round < Rounds() / 4 + 1; ++round) {
     for (const char* policy : {"replace", "write"}) {
       EndAndCount(way, policy);
       if (testing::Test::HasFailure()) return;
