@@ -4,11 +4,14 @@
 
 if(NOT CMAKE_CROSSCOMPILING AND NOT KELVIK_SANITIZE)
   find_package(GTest CONFIG QUIET)
+  if(TARGET GTest::gtest AND NOT TARGET GTest::gmock)
+    message(FATAL_ERROR "The tests need googlemock too (package libgmock-dev)")
+  endif()
 endif()
 if(NOT TARGET GTest::gtest)
   set(KELVIK_GOOGLETEST_SOURCE /usr/src/googletest CACHE PATH "Sources of googletest")
   if(NOT EXISTS ${KELVIK_GOOGLETEST_SOURCE}/CMakeLists.txt)
-    message(FATAL_ERROR "The tests need googletest (package libgtest-dev), looked for in "
+    message(FATAL_ERROR "The tests need googletest (packages libgtest-dev, libgmock-dev), looked for in "
                         "${KELVIK_GOOGLETEST_SOURCE}; or set -DKELVIK_BUILD_TESTS=OFF")
   endif()
   set(INSTALL_GTEST OFF)

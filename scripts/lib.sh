@@ -6,7 +6,7 @@ export CMAKE_BUILD_PARALLEL_LEVEL="${CMAKE_BUILD_PARALLEL_LEVEL:-$kelvik_cores}"
 
 # Debian 12's packages by what they are for.
 kelvik_build_packages="cmake ninja-build g++ libc6-dev libcli11-dev"
-kelvik_test_packages="libgtest-dev"
+kelvik_test_packages="libgtest-dev libgmock-dev"
 kelvik_guard_packages="valgrind"
 kelvik_mipsel_packages="g++-mipsel-linux-gnu libc6-dev-mipsel-cross qemu-user"
 kelvik_clang_packages="clang-14 libclang-rt-14-dev"
