@@ -17,7 +17,8 @@ total() {
   awk '/^(summary|totals):/ { print $2; found = 1; exit } END { exit !found }' "$work/counts"
 }
 
-[ $# -gt 0 ] || { rows=$("$program") && eval "set -- $rows"; }
+# shellcheck disable=SC2046
+[ $# -gt 0 ] || set -- $("$program")
 for row in "$@"; do
   one=$(total "$row" $records) && two=$(total "$row" $((2 * records))) || exit 1
   awk -v row="$row" -v one="$one" -v two="$two" -v n=$records \
