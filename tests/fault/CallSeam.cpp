@@ -16,15 +16,15 @@ std::atomic<int> s_Failing{-1};  // the kind of call that fails, -1: none
 std::atomic<int> s_Nth{0};
 std::atomic<bool> s_ForGood{false};
 std::atomic<int> s_Error{0};
-std::atomic<int> s_Calls[kCallCount];
+int s_Calls[kCallCount];  // counted before any constructor has run, too: by atomic operations
 thread_local bool t_Exempt = false;
 
 }  // namespace
 
 void FailCall(eCall call, int nth, bool forGood, int error) {
   s_Failing = -1;
-  for (std::atomic<int>& calls : s_Calls)
-    calls = 0;
+  for (int& calls : s_Calls)
+    __atomic_store_n(&calls, 0, __ATOMIC_SEQ_CST);
   s_Nth = nth;
   s_ForGood = forGood;
   s_Error = error;
@@ -36,7 +36,7 @@ void StopFailing() {
 }
 
 int CallsSince(eCall call) {
-  return s_Calls[call];
+  return __atomic_load_n(&s_Calls[call], __ATOMIC_SEQ_CST);
 }
 
 CExempt::CExempt() : m_Was(t_Exempt) {
@@ -52,7 +52,7 @@ namespace {
 // Counts a call; true, with *error, when it shall fail.
 bool Fails(eCall call, int* error) {
   if (t_Exempt) return false;
-  const int number = ++s_Calls[call];
+  const int number = __atomic_add_fetch(&s_Calls[call], 1, __ATOMIC_SEQ_CST);
   if (s_Failing != call) return false;
   if (number != s_Nth && !(s_ForGood && number > s_Nth)) return false;
   *error = s_Error;

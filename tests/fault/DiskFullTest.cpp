@@ -65,10 +65,10 @@ CHILD_CASE(FillSmallDisk) {
     EXPECT_LT(RealClockMs() - start, ScaledMs(5000));
     EXPECT_EQ(ENOSPC, Statistics().m_LastError);
     EXPECT_TRUE(IsWholeConfig(config));
-    EXPECT_GE(CGlobal::Instance()->GetAttribute()->m_LogMaxCount, 1u);
-    if (CGlobal::Instance()->GetAttribute()->m_LogMaxCount == 1) break;
+    EXPECT_GE(KeptFiles(), 1u);
+    if (KeptFiles() == 1) break;
   }
-  EXPECT_LT(CGlobal::Instance()->GetAttribute()->m_LogMaxCount, 4u) << "fewer files are kept";
+  EXPECT_LT(KeptFiles(), 4u) << "fewer files are kept";
   EXPECT_EQ(0, unlink(filler.c_str()));
   EXPECT_EQ(0, LogNumber("after", 0));
   EXPECT_EQ(0, KelvikExtra_Flush(5000, 0));

@@ -173,7 +173,7 @@ CHILD_CASE(ForkWithConsole) {
                              "sync");  // the parent's, which asks the parent's object
     CTestConsole own;
     if (!own.Obey("-logcount 7")) _exit(22);
-    if (CGlobal::Instance()->GetAttribute()->m_LogMaxCount != 7) _exit(23);
+    if (KeptFiles() != 7) _exit(23);
     if (NetworkConsoleDestroy() != 0) _exit(24);
     _exit(0);
   }
@@ -182,7 +182,7 @@ CHILD_CASE(ForkWithConsole) {
   EXPECT_NE(-1, fd) << "the child holds the socket";
   EXPECT_EQ(1, write(go[1], "x", 1));
   EXPECT_EQ(0, WaitForProcess(pid, 2 * kLimitMs));
-  EXPECT_NE(7u, CGlobal::Instance()->GetAttribute()->m_LogMaxCount);
+  EXPECT_NE(7u, KeptFiles());
   return 0;
 }
 

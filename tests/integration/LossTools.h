@@ -102,6 +102,13 @@ inline tagKelvikStatistics Statistics() {
   return statistics;
 }
 
+// m_LogMaxCount, which has no alignment of its own.
+inline uint32_t KeptFiles() {
+  tagAttribute attribute = {};
+  CGlobal::Instance()->CopyAttribute(attribute);
+  return attribute.m_LogMaxCount;
+}
+
 // Threads that log numbers under their names "t0", "t1", ... until they are stopped, in bursts, so
 // that the files stay of a size that can be looked through.
 class CLoggers {
