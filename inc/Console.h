@@ -73,8 +73,8 @@ class KELVIK_API CConsole : public CThread::IExecute {
   void WakeWorker();
 
   // Additions behind the members above.
-  uintptr_t m_Accepted;  // datagrams obeyed
-  uintptr_t m_Refused;   // datagrams with wrong framing
+  uintptr_t m_Accepted;   // datagrams obeyed
+  uintptr_t m_Refused;    // datagrams with wrong framing
   int m_WakeFd;           // eventfd that ends the worker's wait; -1: none, the time-out does
   pid_t m_ProcessId;      // the process that made the socket
   eChange m_Change;       // what a thread is about to do to the members above; m_Lock
