@@ -660,14 +660,13 @@ inline bool xini_file_t::load(const std::string& path) {
   if (kept.empty()) return false;
   bool isWhole = false;
   try {
-    std::string bytes;
-    const int error = xini_saver_t::read(kept, bytes);
-    if (is_absent(error)) return false;
-    std::istringstream stream(std::move(bytes));
+    xini_saver_t::reader_t reader(kept);
+    if (is_absent(reader.error())) return false;
+    std::istream stream(&reader);
     read_head(stream);
     *this << stream;
     // A stream keeps to itself that memory ran out.
-    isWhole = error == 0 && !stream.bad();
+    isWhole = reader.error() == 0 && !stream.bad();
   } catch (...) {
     clear();
     throw;

@@ -13,7 +13,9 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <streambuf>
 #include <string>
+#include <vector>
 
 // Writes a file so that a process killed, or a power cut, at any moment leaves the old bytes or
 // the new ones: a temporary file beside the target is written, synced and renamed over it, and the
@@ -30,12 +32,9 @@ class xini_saver_t {
   // the old file is whole, unless an in-place write failed halfway.
   static bool save(const std::string& path, const std::string& bytes);
 
-  // Appends what the file at path holds to bytes. Never blocks in the open. Returns 0 or an errno
-  // value; ENXIO for what may never end or never begin (a device, a pipe), which is not read.
-  static int read(const std::string& path, std::string& bytes);
+  class reader_t;
 
  private:
-  static constexpr std::size_t kReadBytes = 65536;
   static constexpr int kFirstFd = 3;             // 0 to 2 are the standard streams
   static constexpr int kMaxLinks = 40;           // symbolic links followed before giving up
   static constexpr int kMaxTries = 4;            // while others exchange the file
@@ -99,22 +98,41 @@ inline bool xini_saver_t::save(const std::string& path, const std::string& bytes
   return error == 0;
 }
 
-inline int xini_saver_t::read(const std::string& path, std::string& bytes) {
-  const fd_t file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!file.is_open()) return errno;
-  struct stat status {};
-  if (::fstat(file.get(), &status) != 0) return errno;
-  if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return ENXIO;
-  for (;;) {
-    const std::size_t held = bytes.size();
-    bytes.resize(held + kReadBytes);
-    const ssize_t got = ::read(file.get(), &bytes[held], kReadBytes);
-    const int error = got < 0 ? errno : 0;
-    bytes.resize(held + (got > 0 ? static_cast<std::size_t>(got) : 0));
-    if (got == 0) return 0;
-    if (got < 0 && error != EINTR) return error;
+// A stream's buffer over the file at a path. The open never blocks; what may never end or never
+// begin (a device, a pipe) is not read.
+class xini_saver_t::reader_t : public std::streambuf {
+ public:
+  explicit reader_t(const std::string& path)
+      : m_file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)), m_error(0) {
+    struct stat status {};
+    if (!m_file.is_open() || ::fstat(m_file.get(), &status) != 0) {
+      m_error = errno;
+    } else if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+      m_error = ENXIO;
+    }
   }
-}
+
+  // 0, or the errno value that ended the reading before the end of the file.
+  int error() const { return m_error; }
+
+ protected:
+  int_type underflow() override {
+    if (m_error != 0) return traits_type::eof();
+    ssize_t got = -1;
+    do {
+      got = ::read(m_file.get(), m_bytes.data(), m_bytes.size());
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) m_error = errno;
+    if (got <= 0) return traits_type::eof();
+    setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + got);
+    return traits_type::to_int_type(m_bytes[0]);
+  }
+
+ private:
+  fd_t m_file;
+  int m_error;
+  std::vector<char> m_bytes = std::vector<char>(8192);
+};
 
 // ESTALE: the file was exchanged meanwhile, by another saver for one, and this is not the last try.
 inline int xini_saver_t::try_save(const std::string& path, const std::string& bytes, bool isLast) {
