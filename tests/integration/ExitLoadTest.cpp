@@ -22,7 +22,7 @@ constexpr int kEndMs = 2000;
 
 // What the child tells its parent until its last moment.
 struct tagShared {
-  std::atomic<int64_t> m_EndBegan{0};       // RealClockMs
+  volatile int64_t m_EndBegan = 0;          // RealClockMs; read once the child is gone
   std::atomic<int> m_Accepted[kThreads]{};  // records of each thread
 };
 

@@ -44,6 +44,33 @@ void StartEngine(const std::string& logPath, uint32_t bufferBytes) {
   EXPECT_EQ(0, KelvikExtra_SetOverflow(eOverflowWrite));
 }
 
+CHILD_CASE(StartThreadInForkedChild) {
+  std::atomic<bool> mayEnd{false};
+  std::thread other([&] { WaitUntil([&] { return mayEnd.load(); }, kLimitMs); });
+  const pid_t pid = fork();
+  if (pid == 0) {
+    std::thread([] {}).join();
+    _exit(0);
+  }
+  const int code = WaitForProcess(pid, kLimitMs);
+  mayEnd = true;
+  other.join();
+  return code == 0 ? 0 : 1;
+}
+
+// Whether the child of a process with threads can start one. Any kernel can; an emulator may not,
+// which shows without the library.
+bool CanForkedChildStartThread() {
+  const bool isEmulated = ChildCommand("").size() > 2;
+  if (!isEmulated) return true;
+  static const bool canStart = RunChild("StartThreadInForkedChild").m_ExitCode == 0;
+  return canStart;
+}
+
+#define KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN() \
+  if (!CanForkedChildStartThread())                      \
+  GTEST_SKIP() << "the emulator cannot start a thread in a forked child"
+
 CHILD_CASE(ForkAndLog) {
   StartEngine(args.at(0), 4096);
   CLoggers loggers(kThreads);
@@ -103,6 +130,7 @@ CHILD_CASE(ForkAndExec) {
 
 TEST(Fork, ChildExecsUnderLoad) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkAndExec"));
 }
 
@@ -188,6 +216,7 @@ CHILD_CASE(ForkWithConsole) {
 
 TEST(Fork, ConsoleIsClosedInTheChildAndCanBeCreatedAgain) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkWithConsole"));
 }
 
@@ -223,6 +252,7 @@ CHILD_CASE(ForkOnDemand) {
 
 TEST(Fork, WriterOfTheChildStartsOnDemand) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkOnDemand"));
 }
 
@@ -272,6 +302,7 @@ CHILD_CASE(ForkUnderLocks) {
 
 TEST(Fork, LocksHeldByOtherThreadsAreFreeInTheChild) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkUnderLocks"));
 }
 
@@ -300,6 +331,7 @@ CHILD_CASE(ForkInsideInitialize) {
 
 TEST(Fork, ChildInitializesThoughAThreadOfTheParentWasAtIt) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkInsideInitialize"));
 }
 
