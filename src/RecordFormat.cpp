@@ -31,6 +31,10 @@ __attribute__((format(printf, 3, 0))) int FormatUpToFailure(char* field, int roo
 [[gnu::noinline]] __attribute__((format(printf, 3, 0))) int FormatByLibrary(char* field, int room,
                                                                             const char* format,
                                                                             va_list arguments) {
+  if (format == nullptr) {  // a direct call: nothing to say
+    *field = '\0';
+    return 0;
+  }
   const int callersErrno = errno;
   va_list again;
   va_copy(again, arguments);

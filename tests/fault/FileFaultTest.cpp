@@ -129,6 +129,8 @@ TEST(FileFault, ClosedDescriptorIsTriedForASecondAndThenTheFileIsReopened) {
 CHILD_CASE(RunOutOfDescriptors) {
   const bool isBuffered = Begin(args);
   Output().CloseFile();
+  // The undefined behaviour sanitizer looks at a new thread's first call through a descriptor.
+  PauseMs(ScaledMs(100));
   rlimit limit = {};
   getrlimit(RLIMIT_NOFILE, &limit);
   const int next = dup(0);  // the lowest that is free

@@ -148,10 +148,11 @@ TEST(RecordFormatter, DoesWhatLogLinesAreMadeOf) {
   ExpectDoneHere("%#x %#X %#o %#x %#o %#.0o %08lx", 255, 255, 8, 0, 0, 0, 48879L);
   ExpectDoneHere("%8s|%-8s|%.2s|%8.3s|%3c|%-3c|", "text", "text", "text", "text", 'c', 'c');
   ExpectDoneHere("%*d|%*d|%.*d|%.*s|%-*s|", 6, 1, -6, 2, 3, 4, -1, "whole", 7, "left");
-  for (int digits = 0; digits <= 19; ++digits) {
-    const auto power = static_cast<long long>(std::pow(10.0L, digits));
+  unsigned long long power = 1;
+  for (int digits = 0; digits <= 19; ++digits, power *= 10) {
     ExpectDoneHere("%d %u %lld %lld %llu %llu", static_cast<int>(power),
-                   static_cast<unsigned>(power), power - 1, -power, power, power + 1);
+                   static_cast<unsigned>(power), static_cast<long long>(power - 1),
+                   static_cast<long long>(0 - power), power, power + 1);
   }
 }
 
