@@ -171,6 +171,8 @@ CHILD_CASE(ForkDaemons) {
     counts["parent" + suffix] = kChildRecords;
     counts["child" + suffix] = kChildRecords;
   }
+  // An emulator may hand the daemons to another process, so their end cannot be waited for there.
+  WaitUntil([&] { return bool(IsAllThere(AllText(args.at(1)), counts)); }, kLimitMs);
   EXPECT_TRUE(IsAllThere(AllText(args.at(1)), counts));
   return 0;
 }
