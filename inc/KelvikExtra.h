@@ -71,7 +71,7 @@ struct tagKelvikStatistics {
   uint64_t m_TerminalRecords;    // records printed (modulo as above)
   uint64_t m_SystemRecords;      // records given to syslog (modulo as above)
   uint64_t m_DatagramsAccepted;  // console datagrams obeyed (modulo as above)
-  uint64_t m_DatagramsRefused;   // console datagrams with wrong framing, or restricted (as above)
+  uint64_t m_DatagramsRefused;   // console datagrams with wrong framing (modulo as above)
   int64_t m_LastErrorTime;       // seconds since the epoch; 0: there was no error
   uint64_t m_BufferHighWater;    // most bytes that have waited in the front buffer
 };
