@@ -1,6 +1,6 @@
 // Additions to the interface of Kelvik.h that a program opts into. C99 and C++17.
 //
-// All functions may be called from any thread at any time unless stated. They return eResult codes
+// All functions may be called from any thread at any time. Unless stated, they return eResult codes
 // and eResultFailure, touching nothing, once the process has ended the library's context.
 
 #ifndef KELVIK_KELVIKEXTRA_H_
@@ -99,6 +99,37 @@ KELVIK_API int KelvikExtra_InstallCrashFlush(void);
 // log. null: no callback any more; one that runs may still finish. Returns eResultSuccess.
 KELVIK_API int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* context),
                                                void* context);
+
+// --- Which records are made -------------------------------------------------------------------
+// The questions that the macros of KelvikMacros.h ask before they evaluate a record's arguments.
+
+// Whether a record of the level would pass the level mask that KLog goes by for the module (see
+// there); null asks the global mask, which KLogV1 goes by. Which outputs are on does not matter.
+// Takes no lock, allocates nothing, counts nothing. Returns 1 or 0; 0 as well for a level that is
+// not 1 to 5, and once the context has ended.
+KELVIK_API int KelvikExtra_IsEnabled(int level, const char* module);
+
+// A place in a program that logs only some of its records. Made of zeros, static, and asked by one
+// of the two functions below only; any threads may ask at once.
+struct tagKelvikPlace {
+  uint32_t m_Count;
+  uint32_t m_Time;
+};
+
+// Room for the longest note on what was passed over, its NUL included.
+#define KELVIK_PASSED_OVER_BYTES 32
+
+// Whether this call is the first one, or the n-th after the last that was answered with 1 (n below
+// 2: every call). Then writes to note, which has room for KELVIK_PASSED_OVER_BYTES, how many calls
+// were answered with 0 in between: "(<number> passed over) ", or "" for none. Every call counts
+// exactly once, whatever other threads do. Returns 1 or 0; 0 leaves note alone, and is the answer
+// to a null pointer.
+KELVIK_API int KelvikExtra_IsNth(struct tagKelvikPlace* place, uint32_t n, char* note);
+
+// The same by time: whether this call is the first one, or comes intervalMs milliseconds or more
+// after the last that was answered with 1, on a clock that nobody sets and that wraps after 49
+// days.
+KELVIK_API int KelvikExtra_IsDue(struct tagKelvikPlace* place, uint32_t intervalMs, char* note);
 
 #ifdef __cplusplus
 }  // extern "C"

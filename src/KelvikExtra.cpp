@@ -3,12 +3,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <ctime>
+#include <exception>
 
+#include "Context.h"
 #include "CrashFlush.h"
 #include "EntryPoint.h"
 #include "Global.h"
 #include "Kelvik.h"
+#include "LogPlace.h"
 #include "Output.h"
+#include "Relaxed.h"
 #include "Statistics.h"
 
 namespace {
@@ -21,6 +26,13 @@ static_assert(offsetof(tagKelvikStatistics, m_Rotations) == 56, "no field ever m
 
 Kelvik::COutput& Output() {
   return Kelvik::CGlobal::Instance()->GetOutput();
+}
+
+// Wraps.
+uint32_t MonotonicMs() {
+  timespec now = {};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint32_t>(now.tv_sec) * 1000 + static_cast<uint32_t>(now.tv_nsec) / 1000000;
 }
 
 }  // namespace
@@ -61,4 +73,34 @@ int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* con
     Output().SetRotationCallback(callback, context);
     return eResultSuccess;
   });
+}
+
+int KelvikExtra_IsEnabled(int level, const char* module) {
+  // The level before the shift: only these have a bit that records go by.
+  if (level < eLogLevelDebug || level > eLogLevelFatal || Kelvik::CGlobal::IsEnded()) return 0;
+  try {
+    Kelvik::CGlobal* global = Kelvik::Context();
+    const Kelvik::tagAttribute* attribute =
+        module == nullptr ? global->GetAttribute() : global->GetAttribute(module);
+    return Kelvik::RelaxedLoad(attribute->m_LevelMask) >> level & 1;
+  } catch (const std::exception&) {
+    return 0;
+  }
+}
+
+int KelvikExtra_IsNth(tagKelvikPlace* place, uint32_t n, char* note) {
+  uint32_t passedOver;
+  if (place == nullptr || note == nullptr || !Kelvik::TakeNth(*place, n, passedOver)) return 0;
+  Kelvik::WritePassedOver(note, passedOver);
+  return 1;
+}
+
+int KelvikExtra_IsDue(tagKelvikPlace* place, uint32_t intervalMs, char* note) {
+  uint32_t passedOver;
+  if (place == nullptr || note == nullptr ||
+      !Kelvik::TakeDue(*place, MonotonicMs, intervalMs, passedOver)) {
+    return 0;
+  }
+  Kelvik::WritePassedOver(note, passedOver);
+  return 1;
 }
