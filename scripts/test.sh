@@ -74,6 +74,20 @@ suite_with() {
   if need_packages "$@"; then suite "$stage"; else skip "$stage" "packages are missing"; fi
 }
 
+# Runs the command with the tests' temporary files in memory, unless TMPDIR says where they belong.
+# The release stage keeps them on a disk.
+in_memory() {
+  folder=$(memory_folder)
+  if [ -n "${TMPDIR:-}" ] || [ -z "$folder" ]; then
+    "$@"
+  else
+    TMPDIR=$folder
+    export TMPDIR
+    "$@"
+    unset TMPDIR
+  fi
+}
+
 fuzz() {
   # shellcheck disable=SC2086
   if ! need_packages $kelvik_clang_packages; then
@@ -114,9 +128,10 @@ run_stage() {
       need_packages $kelvik_guard_packages || echo "bench.InstructionGuard will be SKIPPED"
       suite release
       ;;
-    dev | asan | tsan) suite "$1" ;;
+    dev) suite dev ;;
+    asan | tsan) in_memory suite "$1" ;;
     clang) suite_with clang $kelvik_clang_packages ;;
-    mipsel) suite_with mipsel $kelvik_mipsel_packages ;;
+    mipsel) in_memory suite_with mipsel $kelvik_mipsel_packages ;;
     coverage)
       suite_with coverage $kelvik_coverage_packages
       [ -f build/coverage/ctest.log ] &&
