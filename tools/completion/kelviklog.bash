@@ -17,8 +17,8 @@ _kelviklog() {
   esac
   if [[ $current == -* && $previous != --config ]]; then
     mapfile -t COMPREPLY < <(compgen -W "--help --version --module --title --level --priority-prefix
-      --time --no-time --tid --terminal --no-terminal --syslog --file --no-file --dir --size
-      --duration --count --config" -- "$current")
+      --time --no-time --tid --escape --no-escape --terminal --no-terminal --syslog --file --no-file --dir --size
+      --duration --count --config --progress --no-progress" -- "$current")
   else
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
     compopt -o filenames 2> /dev/null

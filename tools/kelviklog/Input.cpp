@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -44,6 +45,13 @@ bool CInput::Open(const std::string& name, std::string& problem) {
     problem = m_Name + ": " + std::strerror(errno);
   }
   return m_IsOwned;
+}
+
+int64_t CInput::Size() const {
+  struct stat status = {};
+  if (fstat(m_Fd, &status) != 0 || !S_ISREG(status.st_mode)) return -1;
+  const off_t at = lseek(m_Fd, 0, SEEK_CUR);
+  return at < status.st_size ? int64_t{status.st_size} - at : 0;
 }
 
 eReadResult CInput::Read(int stopFd, int limitMs, char* space, std::size_t room, std::size_t& count,

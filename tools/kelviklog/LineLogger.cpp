@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "Escape.h"
 #include "Priority.h"
 #include "Utf8.h"
 
@@ -14,8 +15,7 @@ namespace {
 constexpr std::size_t kRecordBytes = 8191;  // of a record, prefix and line end included
 constexpr std::size_t kTimeBytes = 23;      // "2024-03-15 08:30:00.123"
 
-std::string ShowNuls(const char* text, std::size_t length) {
-  std::string shown;
+void AppendShowingNuls(std::string& shown, const char* text, std::size_t length) {
   for (const char* const end = text + length; text < end;) {
     const void* const nul = std::memchr(text, '\0', static_cast<std::size_t>(end - text));
     const char* const stop = nul == nullptr ? end : static_cast<const char*>(nul);
@@ -25,7 +25,6 @@ std::string ShowNuls(const char* text, std::size_t length) {
       shown += "\\0";
     }
   }
-  return shown;
 }
 
 }  // namespace
@@ -58,12 +57,21 @@ void CLineLogger::Log(const tagLine& line) {
   } else if (length == 0) {
     return;  // the end of a line whose parts were logged
   }
-  if (std::memchr(text, '\0', length) == nullptr) {
+  if (!MustShow(text, length)) {
     LogText(text, length);
-  } else {
-    m_Shown = ShowNuls(text, length);
-    LogText(m_Shown.data(), m_Shown.size());
+    return;
   }
+  m_Shown.clear();
+  if (m_Style.m_Escapes) {
+    AppendEscaped(m_Shown, text, length);
+  } else {
+    AppendShowingNuls(m_Shown, text, length);
+  }
+  LogText(m_Shown.data(), m_Shown.size());
+}
+
+bool CLineLogger::MustShow(const char* text, std::size_t length) const {
+  return m_Style.m_Escapes ? NeedsEscape(text, length) : std::memchr(text, '\0', length) != nullptr;
 }
 
 // text[length] is writable.

@@ -18,6 +18,7 @@ struct tagRecordStyle {
   const char* m_Title = nullptr;   // null: records carry none
   eLogLevel m_Level = eLogLevelInfo;
   bool m_ReadsPriority = false;  // "<0>" to "<7>" in front of a line gives its level and is removed
+  bool m_Escapes = false;        // control bytes of a line are shown as "\xNN" (AppendEscaped)
   std::size_t m_PrefixBytes = 0;  // what the library puts in front of each record
 };
 
@@ -31,19 +32,20 @@ class CLineLogger {
   explicit CLineLogger(const tagRecordStyle& style);
 
   // Logs the line as one record, or as several that hold all of it when it is too long for one. A
-  // NUL byte is shown as "\0".
+  // NUL byte is shown as "\0", or as the style says.
   void Log(const tagLine& line);
 
   // Records that the library refused.
   uint64_t Refused() const { return m_Refused; }
 
  private:
+  bool MustShow(const char* text, std::size_t length) const;
   void LogText(char* text, std::size_t length);
 
   const tagRecordStyle m_Style;
   const std::size_t m_Room;  // bytes of a line that fit a record
   eLogLevel m_Level;         // of the line that is being logged
-  std::string m_Shown;       // a text whose NUL bytes were replaced
+  std::string m_Shown;       // a text in which bytes were replaced
   uint64_t m_Refused = 0;
 };
 

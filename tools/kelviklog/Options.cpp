@@ -20,7 +20,8 @@ constexpr char kDescription[] =
     "and to a ring of files.";
 
 constexpr char kNotes[] =
-    "A line that is too long for a record becomes several; a NUL byte is shown as \\0.\n"
+    "A line that is too long for a record becomes several; a NUL byte is shown as \\0, or as\n"
+    "\\x00 with --escape.\n"
     "SIGTERM, SIGINT and SIGHUP end the program once all that was read is written.\n"
     "Exit code: 0 every record was delivered, 1 something failed (one line says what), 64 bad\n"
     "usage.";
@@ -105,6 +106,10 @@ void AddRecordOptions(CLI::App& app, tagOptions& options) {
                "Take a line's level from <0> to <7> in front of it, and remove that");
   app.add_flag("--time,!--no-time")->description("Begin records with date and time [on]");
   app.add_flag("--tid", options.m_ThreadId, "Show the thread id in records");
+  app.add_flag("--escape,!--no-escape")
+      ->description(
+          "Show control bytes of a line, but for tabs, as \\xNN, so that they\n"
+          "cannot drive a terminal [on when standard output is one]");
 }
 
 void AddOutputOptions(CLI::App& app, tagOptions& options) {
@@ -133,6 +138,10 @@ void AddOutputOptions(CLI::App& app, tagOptions& options) {
                  "in it, so that the next run goes on with the same ring")
       ->type_name("FILE")
       ->check(Limit(kConfigLimit, false));
+  app.add_flag("--progress,!--no-progress")
+      ->description(
+          "Show on standard error, if it is a terminal, how much of a long\n"
+          "file has been read [on unless records are shown on a terminal]");
 }
 
 // What the switch was set to by its last occurrence, if there was one.
@@ -173,6 +182,8 @@ std::optional<int> ParseOptions(int argc, char** argv, tagOptions& options) {
   options.m_Terminal = Given(app, "--terminal");
   options.m_File = Given(app, "--file");
   options.m_Time = Given(app, "--time");
+  options.m_Escape = Given(app, "--escape");
+  options.m_Progress = Given(app, "--progress");
   if (options.m_Files.empty()) {
     options.m_Files.emplace_back("-");
   }

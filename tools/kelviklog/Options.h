@@ -32,6 +32,8 @@ struct tagOptions {
   std::optional<bool> m_Terminal;
   std::optional<bool> m_File;
   std::optional<bool> m_Time;
+  std::optional<bool> m_Escape;
+  std::optional<bool> m_Progress;
   bool m_Syslog = false;
   bool m_ThreadId = false;
   bool m_ReadsPriority = false;

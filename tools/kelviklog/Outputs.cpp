@@ -126,6 +126,7 @@ int COutputs::Start(std::string& problem) {
   const Kelvik::tagAttribute settings = Settings();
   m_LogPath.assign(settings.m_LogPath, strnlen(settings.m_LogPath, sizeof(settings.m_LogPath)));
   m_HasFile = settings.m_OutputFile != 0;
+  m_HasTerminal = settings.m_OutputConsole != 0 && isatty(STDOUT_FILENO) == 1;
   if (settings.m_OutputConsole == 0 && settings.m_OutputSystem == 0 && !m_HasFile) {
     problem = "every output is off: no record would go anywhere";
     return kExitUsage;
@@ -175,6 +176,7 @@ tagRecordStyle COutputs::Style() const {
   style.m_Title = m_Options.m_Title ? m_Options.m_Title->c_str() : nullptr;
   style.m_Level = m_Options.m_Level.value_or(eLogLevelInfo);
   style.m_ReadsPriority = m_Options.m_ReadsPriority;
+  style.m_Escapes = m_Options.m_Escape.value_or(m_HasTerminal);
   style.m_PrefixBytes = PrefixBytes(settings.m_OutputDateTime != 0, settings.m_OutputThreadID != 0,
                                     style.m_Module, style.m_Title);
   return style;

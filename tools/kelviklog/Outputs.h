@@ -23,6 +23,9 @@ class COutputs {
   // kExitDelivered.
   int Start(std::string& problem);
 
+  // Records are shown on a terminal. After Start.
+  bool HasTerminal() const { return m_HasTerminal; }
+
   // The records' style under the settings that came out. After Start.
   tagRecordStyle Style() const;
 
@@ -48,9 +51,10 @@ class COutputs {
   bool CheckFolder(std::string& problem) const;
 
   const tagOptions& m_Options;
-  std::string m_LogPath;     // what the names of log files are appended to
-  bool m_HasFile = false;    // file output is on
-  bool m_IsWaiting = false;  // records were logged since the last HandOver, at first at
+  std::string m_LogPath;       // what the names of log files are appended to
+  bool m_HasFile = false;      // file output is on
+  bool m_HasTerminal = false;  // terminal output is on, and standard output is a terminal
+  bool m_IsWaiting = false;    // records were logged since the last HandOver, at first at
   std::chrono::steady_clock::time_point m_WaitsSince;
   std::string m_TerminalProblem;  // why standard output was switched off
 };

@@ -15,6 +15,7 @@
 #include "LineReader.h"
 #include "Options.h"
 #include "Outputs.h"
+#include "Progress.h"
 #include "StopSignal.h"
 
 namespace KelvikLog {
@@ -42,8 +43,12 @@ int Fail(int exitCode, const std::string& problem) {
 // One run over all the inputs.
 class CRun {
  public:
-  CRun(const CStopSignal& stop, COutputs& outputs)
-      : m_Stop(stop), m_Outputs(outputs), m_Logger(outputs.Style()), m_Reader(kReadBytes) {}
+  CRun(const CStopSignal& stop, COutputs& outputs, bool showsProgress)
+      : m_Stop(stop),
+        m_Outputs(outputs),
+        m_Logger(outputs.Style()),
+        m_Reader(kReadBytes),
+        m_Progress(showsProgress) {}
 
   // Logs every line of the input. Returns false when the program should end. An input that cannot
   // be read is reported, and the next one is as welcome.
@@ -54,6 +59,7 @@ class CRun {
       m_ExitCode = Fail(kExitFailed, problem);
       return true;
     }
+    m_Progress.Begin(input.Name(), input.Size());
     eReadResult result = eReadResult::kBytes;
     bool goesOn = true;
     int handOverMs = -1;
@@ -68,14 +74,18 @@ class CRun {
       }
       if (result != eReadResult::kBytes) continue;
       m_Reader.Add(count);
+      m_Progress.Add(count);
+      if (m_Outputs.HasTerminal()) m_Progress.Clear();
       tagLine line;
       while (m_Reader.Next(line)) {
         m_Logger.Log(line);
       }
       // Now, since the next read may wait for long.
       goesOn = m_Outputs.Flush();
+      m_Progress.Draw();
       handOverMs = m_Outputs.HandOverDueMs();
     }
+    m_Progress.End();
     tagLine rest;
     if (m_Reader.Rest(rest)) {
       m_Logger.Log(rest);
@@ -100,8 +110,15 @@ class CRun {
   COutputs& m_Outputs;
   CLineLogger m_Logger;
   CLineReader m_Reader;
+  CProgress m_Progress;
   int m_ExitCode = kExitDelivered;
 };
+
+// Where nothing else is written unless it was asked for: between records on the same terminal the
+// line would come and go.
+bool ShowsProgress(const tagOptions& options, const COutputs& outputs) {
+  return options.m_Progress.value_or(!outputs.HasTerminal()) && isatty(STDERR_FILENO) == 1;
+}
 
 int Run(const tagOptions& options) {
   std::string problem;
@@ -114,7 +131,7 @@ int Run(const tagOptions& options) {
   if (const int exitCode = outputs.Start(problem); exitCode != kExitDelivered) {
     return Fail(exitCode, problem);
   }
-  CRun run(stop, outputs);
+  CRun run(stop, outputs, ShowsProgress(options, outputs));
   for (const std::string& name : options.m_Files) {
     if (!run.LogInput(name)) break;
   }
