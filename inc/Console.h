@@ -59,6 +59,14 @@ class KELVIK_API CConsole : public CThread::IExecute {
   // modulo the width of a pointer.
   void GetCounters(uint64_t& accepted, uint64_t& refused) const;
 
+  // From now on only what the flags (eConsoleRestriction) leave is obeyed; also by later runs, and
+  // in a child made by fork(). Returns eResultSuccess, or eResultInvalid, changing nothing, for
+  // flags that it does not know.
+  int Restrict(unsigned flags);
+
+  // Datagrams and commands that were not obeyed because of Restrict; counted as GetCounters counts.
+  void GetDenied(uint64_t& datagrams, uint64_t& commands) const;
+
   // In a child made by fork(): closed, whatever the parent was doing with it; Create works again.
   // The parent's console stays open. For the child's only thread.
   void AfterForkInChild();
@@ -71,14 +79,18 @@ class KELVIK_API CConsole : public CThread::IExecute {
   int OpenSocket(const char* address, unsigned short port, int* line, int* error);
   void Close();
   void WakeWorker();
+  void ObeyAll(char* text);
 
   // Additions behind the members above.
-  uintptr_t m_Accepted;   // datagrams obeyed
-  uintptr_t m_Refused;    // datagrams with wrong framing
-  int m_WakeFd;           // eventfd that ends the worker's wait; -1: none, the time-out does
-  pid_t m_ProcessId;      // the process that made the socket
-  eChange m_Change;       // what a thread is about to do to the members above; m_Lock
-  pid_t m_ChangeProcess;  // the process of that thread; m_Lock
+  uintptr_t m_Accepted;         // datagrams obeyed
+  uintptr_t m_Refused;          // datagrams with wrong framing
+  uintptr_t m_DeniedDatagrams;  // datagrams of other users
+  uintptr_t m_DeniedCommands;
+  uint32_t m_Restrictions;  // eConsoleRestriction
+  int m_WakeFd;             // eventfd that ends the worker's wait; -1: none, the time-out does
+  pid_t m_ProcessId;        // the process that made the socket
+  eChange m_Change;         // what a thread is about to do to the members above; m_Lock
+  pid_t m_ChangeProcess;    // the process of that thread; m_Lock
   // Never held while waiting for a worker, reporting or running a callback. Initialised statically
   // and thus never destroyed: a worker that calls exit() may pass here after the destructor.
   pthread_mutex_t m_Lock;

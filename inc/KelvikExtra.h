@@ -74,6 +74,10 @@ struct tagKelvikStatistics {
   uint64_t m_DatagramsRefused;   // console datagrams with wrong framing (modulo as above)
   int64_t m_LastErrorTime;       // seconds since the epoch; 0: there was no error
   uint64_t m_BufferHighWater;    // most bytes that have waited in the front buffer
+
+  // Since version 1.3 of this record.
+  uint64_t m_DatagramsDenied;  // of senders that KelvikExtra_RestrictConsole shuts out (modulo)
+  uint64_t m_CommandsDenied;   // console commands that it refuses (modulo as above)
 };
 
 // Fills *statistics, which the caller owns. size is sizeof(struct tagKelvikStatistics) as the
@@ -93,6 +97,36 @@ KELVIK_API int KelvikExtra_RegisterStatistics(void);
 // opened as soon as text waits for it. Handlers that the program installs later replace these.
 // Returns eResultSuccess, or eResultFailure when a handler cannot be installed.
 KELVIK_API int KelvikExtra_InstallCrashFlush(void);
+
+// What KelvikExtra_RestrictConsole takes away; bits that are added up.
+#ifdef __cplusplus
+enum eConsoleRestriction : int {
+#else
+enum eConsoleRestriction {
+#endif
+  eRestrictTerminals = 1,  // "-tty" and "-show" open terminals only
+  eRestrictLogPath = 2,    // "-logpath" is refused
+  eRestrictSenders = 4     // datagrams come from this process's effective user or from root only
+};
+#ifndef __cplusplus
+typedef enum eConsoleRestriction eConsoleRestriction;
+#endif
+
+// Restricts what the network console obeys, from now on and however often it is created; flags
+// replace the ones before, and 0, as at the start, restricts nothing. What the program itself asks
+// for by SetAttribute is not restricted.
+//
+// A command that is refused has no effect, is printed ("[Kelvik] [Internal] command -logpath is
+// refused.") and counted, and the rest of its datagram is obeyed. A datagram of another user is
+// dropped without a word and counted.
+//
+// The sender's user is the owner of its socket in the kernel's table (/proc/net/udp). The socket
+// must be of IPv4, send from the loopback network, be connected to the console or have a port that
+// the system chose, and be open until the datagram is handled, which is at the latest when a later
+// one has had an effect. Where nothing is found out, or the table cannot be read, the datagram is
+// dropped.
+// Returns eResultSuccess, or eResultInvalid, changing nothing, for an unknown flag.
+KELVIK_API int KelvikExtra_RestrictConsole(unsigned int flags);
 
 // callback(path, context) is called after each rotation with the path of the finished file, which
 // lives as long as the call; on the writer thread or on one that logs, with no lock held, so it may

@@ -18,10 +18,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ConsoleSender.h"
 #include "Datagram.h"
 #include "FileIo.h"
 #include "Global.h"
 #include "Kelvik.h"
+#include "KelvikExtra.h"
 #include "Relaxed.h"
 #include "SelfReport.h"
 
@@ -100,6 +102,11 @@ bool IsCommand(const tagReceived& received, int& length) {
   return false;
 }
 
+bool IsDenied(unsigned restrictions, int socket, const tagReceived& received) {
+  return (restrictions & eRestrictSenders) != 0 && received.m_Size > 0 &&
+         !IsTrustedSender(socket, received.m_Sender);
+}
+
 }  // namespace
 
 CConsole::CConsole()
@@ -108,6 +115,9 @@ CConsole::CConsole()
       m_Worker("Kelvik::CConsole"),
       m_Accepted(0),
       m_Refused(0),
+      m_DeniedDatagrams(0),
+      m_DeniedCommands(0),
+      m_Restrictions(0),
       m_WakeFd(-1),
       m_ProcessId(0),
       m_Change(eChange::kNone),
@@ -206,13 +216,17 @@ int CConsole::RunTask() {
     tagReceived received = {};
     if (WaitForDatagram(socket, wakeFd)) Receive(socket, received);
     int length = 0;
-    const bool isCommand = IsCommand(received, length);
-    if (received.m_Size != 0) RelaxedAdd(isCommand ? m_Accepted : m_Refused, 1);
-    if (isCommand) {
+    // What a stranger sends is not even printed: he could fill what collects the output.
+    if (IsDenied(RelaxedLoad(m_Restrictions), socket, received)) {
+      RelaxedAdd(m_DeniedDatagrams, 1);
+    } else if (IsCommand(received, length)) {
+      RelaxedAdd(m_Accepted, 1);
       char sender[INET_ADDRSTRLEN] = {};
       inet_ntop(AF_INET, &received.m_Sender.sin_addr, sender, sizeof(sender));
       Dispose(sender, received.m_Sender.sin_port,
               reinterpret_cast<char*>(received.m_Field) + kDatagramHeadBytes, length);
+    } else if (received.m_Size != 0) {
+      RelaxedAdd(m_Refused, 1);
     }
     if (isOn()) CGlobal::Instance()->Sleep(kPauseMs);
   }
@@ -253,6 +267,18 @@ void CConsole::GetCounters(uint64_t& accepted, uint64_t& refused) const {
   refused = RelaxedLoad(m_Refused);
 }
 
+int CConsole::Restrict(unsigned flags) {
+  constexpr unsigned kKnown = eRestrictTerminals | eRestrictLogPath | eRestrictSenders;
+  if ((flags & ~kKnown) != 0) return eResultInvalid;
+  RelaxedStore(m_Restrictions, flags);
+  return eResultSuccess;
+}
+
+void CConsole::GetDenied(uint64_t& datagrams, uint64_t& commands) const {
+  datagrams = RelaxedLoad(m_DeniedDatagrams);
+  commands = RelaxedLoad(m_DeniedCommands);
+}
+
 void CConsole::AfterForkInChild() {
   pthread_mutex_init(&m_Lock, nullptr);
   pthread_cond_init(&m_Changed, nullptr);
@@ -261,6 +287,8 @@ void CConsole::AfterForkInChild() {
   Close();
   m_Accepted = 0;
   m_Refused = 0;
+  m_DeniedDatagrams = 0;
+  m_DeniedCommands = 0;
 }
 
 }  // namespace Kelvik

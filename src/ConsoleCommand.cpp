@@ -2,6 +2,8 @@
 // called functions check the values, take their locks and report what they refuse.
 
 #include <cxxabi.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -9,9 +11,12 @@
 #include "AttributeRequest.h"
 #include "CommandText.h"
 #include "Console.h"
+#include "FileIo.h"
 #include "Global.h"
 #include "Kelvik.h"
+#include "KelvikExtra.h"
 #include "Output.h"
+#include "Relaxed.h"
 
 namespace Kelvik {
 namespace {
@@ -69,14 +74,53 @@ void Obey(const tagCommand& command) {
   }
 }
 
-void ObeyAll(char* text) {
-  CCommandText commands(text);
-  tagCommand command;
-  while (commands.Next(command))
-    Obey(command);
+constexpr size_t kTerminalNameBytes = 256;
+
+// Stores the system's own name of the terminal at path; false when there is none. That name stands
+// in a folder that only root changes, while the path may be a link which somebody turns elsewhere
+// once it has been looked at.
+bool NameTerminal(const char* path, char (&name)[kTerminalNameBytes]) {
+  struct stat status;
+  // Opening may do something by itself, to a pipe for one.
+  if (stat(path, &status) != 0 || !S_ISCHR(status.st_mode)) return false;
+  int32_t fd = OpenTerminal(path);
+  if (fd == -1) return false;
+  const bool isTerminal = ttyname_r(fd, name, sizeof(name)) == 0;
+  CloseDescriptor(fd);
+  return isTerminal;
+}
+
+// Whether the restrictions let the command through. A terminal's path gives way to its name, which
+// is stored in the field.
+bool IsAllowed(unsigned restrictions, tagCommand& command, char (&terminal)[kTerminalNameBytes]) {
+  const tagCommandRow& row = *command.m_Row;
+  const bool isText = row.m_Command == eCommand::kText;
+  if (isText && row.m_Option == eOtherLogPath) return (restrictions & eRestrictLogPath) == 0;
+  const bool opensTerminal =
+      row.m_Command == eCommand::kShow || (isText && row.m_Option == eOtherRedirectTty);
+  if (!opensTerminal || (restrictions & eRestrictTerminals) == 0) return true;
+  if (!NameTerminal(command.m_Words[0], terminal)) return false;
+  command.m_Words[0] = terminal;
+  return true;
 }
 
 }  // namespace
+
+// A command that is not allowed has no effect, and the next one is read.
+void CConsole::ObeyAll(char* text) {
+  CCommandText commands(text);
+  tagCommand command;
+  while (commands.Next(command)) {
+    char terminal[kTerminalNameBytes];
+    if (IsAllowed(RelaxedLoad(m_Restrictions), command, terminal)) {
+      Obey(command);
+    } else {
+      RelaxedAdd(m_DeniedCommands, 1);
+      std::printf("[%s] [%s] command %s is refused.\n", "Kelvik", "Internal",
+                  command.m_Row->m_Word);
+    }
+  }
+}
 
 int CConsole::Dispose(const char*, unsigned short, char* text, int length) {
   if (text == nullptr) return eResultSuccess;

@@ -67,6 +67,11 @@ int KelvikExtra_InstallCrashFlush(void) {
   return Kelvik::Guarded([]() -> int { return Kelvik::InstallCrashFlush(); });
 }
 
+int KelvikExtra_RestrictConsole(unsigned int flags) {
+  return Kelvik::Guarded(
+      [&]() -> int { return Kelvik::CGlobal::Instance()->GetConsole().Restrict(flags); });
+}
+
 int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* context),
                                     void* context) {
   return Kelvik::Guarded([&]() -> int {

@@ -37,6 +37,8 @@ constexpr tagCounter kCounters[] = {
     {"write errors", &tagKelvikStatistics::m_WriteErrors},
     {"datagrams accepted", &tagKelvikStatistics::m_DatagramsAccepted},
     {"datagrams refused", &tagKelvikStatistics::m_DatagramsRefused},
+    {"datagrams denied", &tagKelvikStatistics::m_DatagramsDenied},
+    {"commands denied", &tagKelvikStatistics::m_CommandsDenied},
     {"buffer high water", &tagKelvikStatistics::m_BufferHighWater},
 };
 
@@ -74,6 +76,7 @@ void CollectStatistics(tagKelvikStatistics& statistics) {
   statistics.m_LastErrorTime = output.m_LastErrorTime;
   statistics.m_BufferHighWater = output.m_BufferHighWater;
   global->GetConsole().GetCounters(statistics.m_DatagramsAccepted, statistics.m_DatagramsRefused);
+  global->GetConsole().GetDenied(statistics.m_DatagramsDenied, statistics.m_CommandsDenied);
 }
 
 int ShowStatistics(int fd, const char* module, const char* title, void* param) {

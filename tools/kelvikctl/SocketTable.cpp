@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 #include <sstream>
+
+#include "UdpTable.h"
 
 namespace KelvikCtl {
 
@@ -24,22 +24,11 @@ std::vector<tagUdpSocket> ParseUdpTable(const std::string& text) {
   std::istringstream lines(text);
   std::string line;
   while (std::getline(lines, line)) {
-    uint32_t address = 0;
-    uint32_t port = 0;
-    uint32_t peer = 0;
-    uint32_t peerPort = 0;
-    uint32_t waiting = 0;
-    uint32_t user = 0;
-    uint64_t inode = 0;
-    const int fields =
-        std::sscanf(line.c_str(),
-                    " %*10u: %8" SCNx32 ":%4" SCNx32 " %8" SCNx32 ":%4" SCNx32
-                    " %*2x %*8x:%8" SCNx32 " %*2x:%*8x %*8x %10" SCNu32 " %*10u %19" SCNu64,
-                    &address, &port, &peer, &peerPort, &waiting, &user, &inode);
-    if (fields != 7) continue;
-    // The kernel prints the address as the number that its bytes make in the host's order.
-    sockets.push_back({ntohl(address), static_cast<uint16_t>(port), peer != 0 || peerPort != 0,
-                       waiting, static_cast<uid_t>(user), inode});
+    Kelvik::tagUdpEntry entry;
+    if (!Kelvik::ParseUdpLine(line.c_str(), entry)) continue;
+    sockets.push_back({entry.m_Address, entry.m_Port,
+                       entry.m_PeerAddress != 0 || entry.m_PeerPort != 0, entry.m_WaitingBytes,
+                       static_cast<uid_t>(entry.m_User), entry.m_Inode});
   }
   return sockets;
 }
