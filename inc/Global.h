@@ -18,8 +18,6 @@ class xini_file_t;
 
 namespace Kelvik {
 
-struct tagLookup;
-
 constexpr int kConfigPathBytes = 128;
 
 // Any thread may call any method at any time. Results: 0 done, 1 missing callback parameter or the
@@ -96,7 +94,7 @@ class KELVIK_API CGlobal {
   int GetCurrentThreadID();  // getpid()
   int Sleep(unsigned int ms);
 
-  // --- Modules: Global.cpp ---
+  // --- Modules: GlobalModules.cpp ---
 
   // Gives a module its own settings: a copy of the global ones, overlaid with the levels of its
   // section in the configuration file. version (null counts as empty) is written there. Returns 0,
@@ -167,9 +165,24 @@ class KELVIK_API CGlobal {
 
  private:
   friend struct tagContext;
+  friend struct tagLevelGate;
+
+  // A name that was asked for. The name never changes once the entry can be met.
+  static constexpr uint32_t kKnownNameBytes = 24;
+  static constexpr uint32_t kKnownNames = 256;
+  static constexpr uint32_t kKnownBuckets = 64;
+  static constexpr uint32_t kHintBits = 6;
+  struct tagKnownName {
+    char m_Name[kKnownNameBytes];
+    tagAttribute* m_Attribute;  // what applies to it; changed by registrations
+    tagKnownName* m_Next;       // in its bucket
+  };
 
   tagAttribute* FindAttribute(const char* module);
-  tagAttribute* WalkModules(const char* module, uint32_t generation, tagLookup& cached);
+  tagAttribute* FindByLetters(const char* module);
+  tagKnownName* AddKnownName(const char* module, size_t length, tagKnownName*& bucket);
+  void AddEmptyName();
+  tagAttribute* WalkModules(const char* module);
   void End();
   void PublishModule(tagModuleNode* node);
   // Stores one of m_Attribute's words, given by its offset in the record, under the buffer lock.
@@ -177,10 +190,14 @@ class KELVIK_API CGlobal {
   void FreeModules();
 
   tagModuleNode* m_FirstModule;
-  uint32_t m_ModuleGeneration;  // counts the registrations; written under m_ModuleMutex
-  CMutex m_ModuleMutex;         // registration of modules, configuration path
+  CMutex m_ModuleMutex;  // registration of modules, known names, configuration path
   CMutex m_ConfigMutex;  // one load-change-save of the configuration file at a time; nothing is
                          // called under it that takes a lock of the output engine
+
+  tagKnownName* m_Hints[1U << kHintBits];  // by the address of the name; never null
+  tagKnownName* m_Buckets[kKnownBuckets];  // by the letters; written under m_ModuleMutex
+  uint32_t m_KnownCount;                   // written under m_ModuleMutex
+  tagKnownName m_Known[kKnownNames];
 
   friend class COutput;
 };

@@ -237,6 +237,8 @@ class KELVIK_API COutput : public CThread::IExecute {
   int32_t m_TerminalFd;     // standard output's descriptor once redirected, else -1
 
  private:
+  friend struct tagLevelGate;
+
   // OutputRecord.cpp
   int LogWith(const tagRecordHead& head, const char* format, const tagArguments& arguments)
       __attribute__((format(printf, 3, 0)));

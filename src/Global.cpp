@@ -1,4 +1,4 @@
-// Life of the context, lookup of settings, setters, time.
+// Life of the context, setters, time.
 
 #include "Global.h"
 
@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <new>
 
 #include "Context.h"
@@ -17,7 +16,6 @@
 #include "Kelvik.h"
 #include "Relaxed.h"
 #include "SelfReport.h"
-#include "TextMatch.h"
 #include "TextNumber.h"
 #include "TimeStamp.h"
 
@@ -59,29 +57,6 @@ int ShowAdapter(int fd, const char* module, const char* title, void* param) {
 bool CGlobal::s_ConfigPathSet = false;
 bool CGlobal::s_ConfigLoaded = false;
 
-// A module's name as a thread last looked it up, and what was found. A registration since then
-// makes it stale.
-struct tagLookup {
-  const CGlobal* m_Context;
-  uint32_t m_Generation;
-  char m_Name[20];  // longer names are looked up each time
-  tagAttribute* m_Attribute;
-};
-
-namespace {
-
-constexpr unsigned kLookups = 8;  // a thread logs for a few modules
-
-thread_local tagLookup t_Lookups[kLookups];
-
-unsigned LookupIndex(const char* module) {
-  const auto first = static_cast<unsigned char>(module[0]);
-  if (first == 0) return 0;
-  return (first + 3U * static_cast<unsigned char>(module[1])) % kLookups;
-}
-
-}  // namespace
-
 struct tagContext {
   tagContext() {
     ReleaseStore(g_Context, new (s_Storage) CGlobal);
@@ -102,9 +77,11 @@ bool CGlobal::IsEnded() {
   return RelaxedLoad(s_Ended) != 0;
 }
 
-CGlobal::CGlobal() : m_ConfigFilePath(), m_FirstModule(nullptr), m_ModuleGeneration(1) {
+CGlobal::CGlobal()
+    : m_ConfigFilePath(), m_FirstModule(nullptr), m_Hints(), m_Buckets(), m_KnownCount(0) {
   m_ModuleMutex.create();
   m_ConfigMutex.create();
+  AddEmptyName();
   Initialize();
 }
 
@@ -147,36 +124,6 @@ int CGlobal::Initialize() {
   m_ModuleState.Register("Kelvik", "module", &ShowAdapter<&CGlobal::ShowModule>, this);
   m_ModuleState.Register("Kelvik", "cmd", &ShowAdapter<&CGlobal::ShowCmd>, this);
   return eResultSuccess;
-}
-
-// Answered from the thread's own memory where nothing was registered since.
-tagAttribute* CGlobal::FindAttribute(const char* module) {
-  const uint32_t generation = AcquireLoad(m_ModuleGeneration);
-  tagLookup& cached = t_Lookups[LookupIndex(module)];
-  if (cached.m_Context == this && cached.m_Generation == generation &&
-      std::strcmp(cached.m_Name, module) == 0) {
-    return cached.m_Attribute;
-  }
-  return WalkModules(module, generation, cached);
-}
-
-// Walks the list, and keeps the answer for the thread's next record of that name.
-tagAttribute* CGlobal::WalkModules(const char* module, uint32_t generation, tagLookup& cached) {
-  tagAttribute* found = &m_Attribute;
-  for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
-    if (ContainsIgnoreCase(node->m_Name, module)) {
-      found = node->m_Attribute;
-      break;
-    }
-  }
-  const size_t length = ::strnlen(module, sizeof(cached.m_Name));
-  if (length < sizeof(cached.m_Name)) {
-    std::memcpy(cached.m_Name, module, length + 1);
-    cached.m_Context = this;
-    cached.m_Generation = generation;
-    cached.m_Attribute = found;
-  }
-  return found;
 }
 
 void CGlobal::CopyAttribute(tagAttribute& attribute) {
@@ -316,70 +263,6 @@ int CGlobal::Sleep(unsigned int ms) {
   while (::nanosleep(&rest, &rest) != 0 && errno == EINTR) {
   }
   return eResultSuccess;
-}
-
-int CGlobal::InsertModuleName(const char* module, const char* version) {
-  if (module == nullptr) return eResultInvalid;
-  try {
-    const std::string name(module);
-    {
-      CGuard guard(&m_ModuleMutex);
-      if (m_ModuleAttribute.find(name) != m_ModuleAttribute.end()) return eResultInvalid;
-    }
-    // Read without the lock: a file is read, and text printed, on the way.
-    tagAttribute snapshot;
-    CopyAttribute(snapshot);
-    ReadAttributeByConfigFile(module, snapshot, version == nullptr ? "" : version);
-    auto node = std::make_unique<tagModuleNode>();
-    CGuard guard(&m_ModuleMutex);
-    const auto inserted = m_ModuleAttribute.emplace(name, snapshot);
-    if (!inserted.second) return eResultInvalid;
-    node->m_Name = inserted.first->first.c_str();
-    node->m_Attribute = &inserted.first->second;
-    PublishModule(node.release());
-    return eResultSuccess;
-  } catch (const std::bad_alloc&) {
-    return eResultFailure;
-  }
-}
-
-// Puts the module into the readers' list. The node is complete before a reader can meet it, and
-// none is ever taken out. Caller holds m_ModuleMutex.
-void CGlobal::PublishModule(tagModuleNode* node) {
-  tagModuleNode** link = &m_FirstModule;
-  while (*link != nullptr && std::strcmp((*link)->m_Name, node->m_Name) < 0) {
-    link = &(*link)->m_Next;
-  }
-  node->m_Next = *link;
-  ReleaseStore(*link, node);
-  // After the list: an answer found before the change never carries the new number.
-  ReleaseStore(m_ModuleGeneration, m_ModuleGeneration + 1);
-}
-
-const CGlobal::tagModuleNode* CGlobal::NextModule(const tagModuleNode* node) {
-  return AcquireLoad(node->m_Next);
-}
-
-void CGlobal::FreeModules() {
-  while (m_FirstModule != nullptr) {
-    tagModuleNode* next = m_FirstModule->m_Next;
-    delete m_FirstModule;
-    m_FirstModule = next;
-  }
-  m_ModuleAttribute.clear();
-}
-
-// Nothing is ever removed: a module that is gone could come back, and readers hold its record. The
-// results are kept as applications know them, inverted as they are.
-int CGlobal::PopModuleName(const char* module) {
-  if (module == nullptr) return eResultInvalid;
-  CGuard guard(&m_ModuleMutex);
-  try {
-    return m_ModuleAttribute.find(module) != m_ModuleAttribute.end() ? eResultInvalid
-                                                                     : eResultSuccess;
-  } catch (const std::bad_alloc&) {
-    return eResultFailure;
-  }
 }
 
 // In the order of the locks. What stands in standard output's stream would leave twice, once from

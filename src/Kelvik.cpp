@@ -8,7 +8,11 @@
 
 #include "AttributeRequest.h"
 #include "EntryPoint.h"
+#include "LevelGate.h"
 
+using Kelvik::CGlobal;
+using Kelvik::tagAttribute;
+using Kelvik::tagLevelGate;
 using Kelvik::tagShell;
 
 namespace {
@@ -26,7 +30,12 @@ constexpr tagShell kSetLogFilePathShell = {kSource, "SetLogFilePath", 565};
 
 }  // namespace
 
-int KLog(eLogLevel level, const char* module, const char* title, const char* format, ...) {
+KELVIK_UNGUARDED_FRAME int KLog(eLogLevel level, const char* module, const char* title,
+                                const char* format, ...) {
+  CGlobal* const global = tagLevelGate::Open(level, format);
+  const tagAttribute* settings;
+  const bool isKnown = global != nullptr && tagLevelGate::FindSettings(*global, module, settings);
+  if (isKnown && tagLevelGate::IsDropped(*global, level, *settings)) return eResultDisabled;
   va_list list;
   va_start(list, format);
   const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
@@ -34,8 +43,13 @@ int KLog(eLogLevel level, const char* module, const char* title, const char* for
   return result;
 }
 
-int KLogV1(eLogLevel level, const char* module, const char* title, const char* file,
-           const char* func, int line, const char* format, ...) {
+KELVIK_UNGUARDED_FRAME int KLogV1(eLogLevel level, const char* module, const char* title,
+                                  const char* file, const char* func, int line, const char* format,
+                                  ...) {
+  CGlobal* const global = tagLevelGate::Open(level, format);
+  if (global != nullptr && tagLevelGate::IsDropped(*global, level, *global->GetAttribute())) {
+    return eResultDisabled;
+  }
   va_list list;
   va_start(list, format);
   const int result =

@@ -10,7 +10,11 @@
 
 #include "AttributeRequest.h"
 #include "EntryPoint.h"
+#include "LevelGate.h"
 
+using Kelvik::CGlobal;
+using Kelvik::tagAttribute;
+using Kelvik::tagLevelGate;
 using Kelvik::tagShell;
 
 namespace {
@@ -28,7 +32,12 @@ constexpr tagShell kSetLogFilePathShell = {kSource, "Kelvik_SetLogFilePath", 556
 
 }  // namespace
 
-int Kelvik_KLog(eLogLevel level, const char* module, const char* title, const char* format, ...) {
+KELVIK_UNGUARDED_FRAME int Kelvik_KLog(eLogLevel level, const char* module, const char* title,
+                                       const char* format, ...) {
+  CGlobal* const global = tagLevelGate::Open(level, format);
+  const tagAttribute* settings;
+  const bool isKnown = global != nullptr && tagLevelGate::FindSettings(*global, module, settings);
+  if (isKnown && tagLevelGate::IsDropped(*global, level, *settings)) return eResultDisabled;
   va_list list;
   va_start(list, format);
   const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
@@ -36,8 +45,13 @@ int Kelvik_KLog(eLogLevel level, const char* module, const char* title, const ch
   return result;
 }
 
-int Kelvik_KLogV1(eLogLevel level, const char* module, const char* title, const char* file,
-                  const char* func, int line, const char* format, ...) {
+KELVIK_UNGUARDED_FRAME int Kelvik_KLogV1(eLogLevel level, const char* module, const char* title,
+                                         const char* file, const char* func, int line,
+                                         const char* format, ...) {
+  CGlobal* const global = tagLevelGate::Open(level, format);
+  if (global != nullptr && tagLevelGate::IsDropped(*global, level, *global->GetAttribute())) {
+    return eResultDisabled;
+  }
   va_list list;
   va_start(list, format);
   const int result =
