@@ -274,10 +274,12 @@ void CGlobal::BeforeFork() {
   global->m_Output.BeforeFork();
   global->m_ConfigMutex.lock();
   global->m_ModuleState.BeforeFork();
+  BeforeForkOfTime();
 }
 
 void CGlobal::AfterForkInParent() {
   CGlobal* global = tagContext::Get();
+  AfterForkOfTimeInParent();
   global->m_ModuleState.AfterForkInParent();
   global->m_ConfigMutex.unlock();
   global->m_Output.AfterForkInParent();
@@ -286,6 +288,7 @@ void CGlobal::AfterForkInParent() {
 
 void CGlobal::AfterForkInChild() {
   CGlobal* global = tagContext::Get();
+  AfterForkOfTimeInChild();
   global->m_ModuleState.AfterForkInChild();
   global->m_ConfigMutex.AfterForkInChild();
   global->m_Output.AfterForkInChild();

@@ -69,17 +69,27 @@ const tagAttribute* GlobalSettings() {
   return Context()->GetAttribute();
 }
 
+// Takes the time of a second's first record. One that cannot be had is reported once and shown as
+// zero.
+[[gnu::noinline]] int PutNewTimeStamp(char* field) {
+  tagTimeStamp stamp;
+  if (!TakeTimeStamp(stamp)) {
+    ReportNumber("Global", "GetDateTime", 469, "localtime failed",
+                 static_cast<int>(stamp.m_Seconds));
+  }
+  std::memcpy(field, stamp.m_Text, sizeof(stamp.m_Text));
+  return stamp.m_TextLength;
+}
+
 // Writes prefix and location, and gives the length of the date-time text (0 when it is switched
-// off). A time that cannot be had is reported once and shown as zero.
+// off).
 inline int WritePrefix(char* field, int room, const tagRecordHead& head, int& dateTimeLength) {
   tagRecordPrefix prefix = {
       nullptr,       0,           RelaxedLoad(head.m_Prefix->m_OutputThreadID) != 0, 0,
       head.m_Module, head.m_Title};
   if (RelaxedLoad(head.m_Prefix->m_OutputDateTime) != 0) {
-    int64_t seconds;
-    if (!PutTimeStamp(field, dateTimeLength, seconds)) {
-      ReportNumber("Global", "GetDateTime", 469, "localtime failed", static_cast<int>(seconds));
-    }
+    dateTimeLength = PutKnownTimeStamp(field);
+    if (dateTimeLength == 0) dateTimeLength = PutNewTimeStamp(field);
     prefix.m_DateTime = field;
     prefix.m_DateTimeLength = dateTimeLength;
   }

@@ -12,6 +12,17 @@
 #include <cstdint>
 #include <type_traits>
 
+#ifdef __SANITIZE_THREAD__
+#define KELVIK_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define KELVIK_THREAD_SANITIZER 1
+#endif
+#endif
+#ifndef KELVIK_THREAD_SANITIZER
+#define KELVIK_THREAD_SANITIZER 0
+#endif
+
 namespace Kelvik {
 
 // The value parameters of the helpers are not deduced, so that a literal converts to the field's
@@ -67,6 +78,21 @@ template <class T>
 inline void ReleaseStore(T& target, typename tagSame<T>::type value) {
   static_assert(kIsLockFreeField<T>, "a field no wider than a pointer");
   __atomic_store_n(&target, value, __ATOMIC_RELEASE);
+}
+
+// The loads before it come before the loads behind it, and the stores likewise. For fields that are
+// all read and written through the helpers above: the thread sanitizer does not know these two, and
+// needs no more.
+inline void OrderLoads() {
+#if !KELVIK_THREAD_SANITIZER
+  __atomic_thread_fence(__ATOMIC_ACQUIRE);
+#endif
+}
+
+inline void OrderStores() {
+#if !KELVIK_THREAD_SANITIZER
+  __atomic_thread_fence(__ATOMIC_RELEASE);
+#endif
 }
 
 }  // namespace Kelvik

@@ -11,19 +11,6 @@ namespace Kelvik {
 namespace {
 
 constexpr int kLongestTimeText = 7 * 5 + 6;  // seven fields of five digits, six marks between them
-constexpr int kMillisecondDigits = 3;
-
-// A second as the thread last converted it. All zero: nothing converted yet.
-struct tagSecondText {
-  int64_t m_Second;
-  tagAbsoluteTime m_Time;       // milliseconds 0
-  int m_HeadLength;             // bytes of m_Text up to and including the '.'; 0: nothing is stored
-  unsigned m_Millisecond;       // that m_Text shows
-  char m_Text[kDateTimeBytes];  // terminated
-};
-
-thread_local tagSecondText t_SecondText;
-
 // Writes value with at least width digits; returns the end of what it wrote.
 char* PutPadded(char* out, uint16_t value, int width) {
   char digits[5];
@@ -71,85 +58,84 @@ tagAbsoluteTime FromBrokenDown(const struct tm& local) {
 }
 
 // tzset exchanges the C library's zone under a lock of its own, which a thread sanitizer cannot
-// see. Taken at most once a second by each thread, with nothing else locked inside.
-pthread_mutex_t s_ZoneLock = PTHREAD_MUTEX_INITIALIZER;
+// see. Taken once a second, with nothing else locked inside. Guards the writing of g_KnownSecond.
+pthread_mutex_t s_ConversionLock = PTHREAD_MUTEX_INITIALIZER;
 
-bool ToLocalTime(time_t second, struct tm& local) {
-  pthread_mutex_lock(&s_ZoneLock);
-  tzset();  // localtime_r alone need not notice a changed TZ
-  const bool converted = localtime_r(&second, &local) != nullptr;
-  pthread_mutex_unlock(&s_ZoneLock);
-  return converted;
-}
-
-// Fills the cache for a second. A second that cannot be converted is not kept.
-bool ConvertSecond(tagSecondText& cache, time_t second) {
-  cache.m_HeadLength = 0;
-  struct tm local;
-  if (!ToLocalTime(second, local)) return false;
-  cache.m_Time = FromBrokenDown(local);
-  const int length = FormatTime(cache.m_Time, cache.m_Text, kDateTimeBytes);
-  cache.m_Second = second;
-  cache.m_Millisecond = 0;
-  cache.m_HeadLength = std::min(length, kDateTimeBytes - 1) - kMillisecondDigits;
-  return true;
-}
-
-// Reads the clock; the thread's cache for that second, or null when it cannot be converted.
-inline tagSecondText* CurrentSecond(timeval& now) {
-  gettimeofday(&now, nullptr);
-  tagSecondText& cache = t_SecondText;
-  if (cache.m_Second == now.tv_sec && cache.m_HeadLength != 0) return &cache;
-  return ConvertSecond(cache, now.tv_sec) ? &cache : nullptr;
-}
-
-// Writes all kDateTimeBytes bytes; returns the length of the text. Records of a busy thread share
-// their millisecond, so its digits are kept too.
-inline int PutText(char* field, tagSecondText& cache, unsigned millisecond) {
-  if (cache.m_Millisecond != millisecond) {
-    cache.m_Millisecond = millisecond;
-    char* const digits = cache.m_Text + cache.m_HeadLength;
-    digits[0] = static_cast<char>('0' + millisecond / 100U % 10U);
-    digits[1] = static_cast<char>('0' + millisecond / 10U % 10U);
-    digits[2] = static_cast<char>('0' + millisecond % 10U);
+// Caller holds s_ConversionLock.
+void StoreKnownSecond(int64_t second, const tagTimeStamp& stamp, uint32_t headLength) {
+  tagKnownSecond& known = g_KnownSecond;
+  const uint32_t sequence = RelaxedLoad(known.m_Sequence) | 1;
+  RelaxedStore(known.m_Sequence, sequence);
+  OrderStores();
+  for (size_t word = 0; word < sizeof(second) / sizeof(uintptr_t); ++word)
+    RelaxedStore(known.m_Second[word], SecondWord(second, word));
+  for (size_t word = 0; word < kHeadBytes / sizeof(uintptr_t); ++word) {
+    RelaxedStore(known.m_Head[word],
+                 LoadUnaligned<uintptr_t>(stamp.m_Text + word * sizeof(uintptr_t)));
   }
-  memcpy(field, cache.m_Text, kDateTimeBytes);
-  return cache.m_HeadLength + kMillisecondDigits;
+  const char* time = reinterpret_cast<const char*>(&stamp.m_Time);
+  for (size_t word = 0; word < sizeof(stamp.m_Time) / sizeof(uintptr_t); ++word) {
+    RelaxedStore(known.m_Time[word], LoadUnaligned<uintptr_t>(time + word * sizeof(uintptr_t)));
+  }
+  RelaxedStore(known.m_HeadLength, headLength);
+  ReleaseStore(known.m_Sequence, sequence + 1);
 }
 
-void TakeZeroTime(tagTimeStamp& stamp, int64_t seconds) {
-  stamp.m_Time = tagAbsoluteTime{};
-  stamp.m_Seconds = seconds;
-  stamp.m_TextLength = FormatTime(stamp.m_Time, stamp.m_Text, kDateTimeBytes);
+// Converts a second, unless another thread has done so meanwhile. Gives the stamp's time and text
+// without milliseconds. A second that cannot be converted leaves nothing known.
+bool ConvertSecond(time_t second, tagTimeStamp& stamp, uint32_t& headLength) {
+  pthread_mutex_lock(&s_ConversionLock);
+  bool converted = ReadKnownSecond(second, stamp.m_Text, headLength, &stamp.m_Time);
+  if (!converted) {
+    struct tm local;
+    tzset();  // localtime_r alone need not notice a changed TZ
+    converted = localtime_r(&second, &local) != nullptr;
+    if (converted) {
+      stamp.m_Time = FromBrokenDown(local);
+      const int length = FormatTime(stamp.m_Time, stamp.m_Text, kDateTimeBytes);
+      headLength = static_cast<uint32_t>(std::min(length, kDateTimeBytes - 1) - kMillisecondDigits);
+      StoreKnownSecond(second, stamp, headLength);
+    } else {
+      RelaxedStore(g_KnownSecond.m_Sequence, RelaxedLoad(g_KnownSecond.m_Sequence) | 1);
+    }
+  }
+  pthread_mutex_unlock(&s_ConversionLock);
+  return converted;
 }
 
 }  // namespace
 
+tagKnownSecond g_KnownSecond = {1, 0, {}, {}, {}};
+
 bool TakeTimeStamp(tagTimeStamp& stamp) {
   timeval now = {};
-  tagSecondText* cache = CurrentSecond(now);
-  if (cache == nullptr) {
-    TakeZeroTime(stamp, now.tv_sec);
+  gettimeofday(&now, nullptr);
+  stamp.m_Seconds = now.tv_sec;
+  uint32_t headLength;
+  if (!ReadKnownSecond(now.tv_sec, stamp.m_Text, headLength, &stamp.m_Time) &&
+      !ConvertSecond(now.tv_sec, stamp, headLength)) {
+    stamp.m_Time = tagAbsoluteTime{};
+    stamp.m_TextLength = FormatTime(stamp.m_Time, stamp.m_Text, kDateTimeBytes);
     return false;
   }
-  const unsigned millisecond = static_cast<unsigned>(now.tv_usec) / 1000U;
-  stamp.m_Time = cache->m_Time;
-  stamp.m_Time.m_Millisecond = static_cast<uint16_t>(millisecond);
-  stamp.m_Seconds = now.tv_sec;
-  stamp.m_TextLength = PutText(stamp.m_Text, *cache, millisecond);
+  const auto microseconds = static_cast<uint32_t>(now.tv_usec);
+  stamp.m_Time.m_Millisecond = static_cast<uint16_t>(microseconds / 1000);
+  char* const end = PutMilliseconds(stamp.m_Text + headLength, microseconds);
+  *end = '\0';
+  stamp.m_TextLength = static_cast<int>(end - stamp.m_Text);
   return true;
 }
 
-bool PutTimeStamp(char* field, int& length, int64_t& seconds) {
-  timeval now = {};
-  tagSecondText* cache = CurrentSecond(now);
-  seconds = now.tv_sec;
-  if (cache == nullptr) {
-    length = FormatTime(tagAbsoluteTime{}, field, kDateTimeBytes);
-    return false;
-  }
-  length = PutText(field, *cache, static_cast<unsigned>(now.tv_usec) / 1000U);
-  return true;
+void BeforeForkOfTime() {
+  pthread_mutex_lock(&s_ConversionLock);
+}
+
+void AfterForkOfTimeInParent() {
+  pthread_mutex_unlock(&s_ConversionLock);
+}
+
+void AfterForkOfTimeInChild() {
+  pthread_mutex_init(&s_ConversionLock, nullptr);
 }
 
 int FormatTime(const tagAbsoluteTime& time, char* text, int size) {
