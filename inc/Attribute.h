@@ -7,7 +7,7 @@
 
 namespace Kelvik {
 
-constexpr int kLogPathBytes = 256;
+constexpr int kLogPathBytes = 256;  // bytes of a log path, which may fill them
 
 // One set of settings: the global one, or a module's snapshot of it.
 //

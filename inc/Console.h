@@ -53,6 +53,7 @@ class KELVIK_API CConsole : public CThread::IExecute {
 
   bool m_Running;  // from Create to Destroy; one thread writes it at a time, any reads it
   int m_Socket;    // -1: none; as m_Running
+  // Runs RunTask from Create to Destroy.
   CThread m_Worker;
 
   // Datagrams that were obeyed and that were not, since the process (or the forked child) began;

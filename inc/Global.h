@@ -18,7 +18,7 @@ class xini_file_t;
 
 namespace Kelvik {
 
-constexpr int kConfigPathBytes = 128;
+constexpr int kConfigPathBytes = 128;  // bytes of the configuration file's path with its NUL
 
 // Any thread may call any method at any time. Results: 0 done, 1 missing callback parameter or the
 // context has ended, 3 bad argument or nothing done, 5 a system call failed, 6 duplicate.
@@ -42,6 +42,7 @@ class KELVIK_API CGlobal {
 
   // --- Access: Global.cpp ---
 
+  // The global settings, which live as long as the process.
   tagAttribute* GetAttribute() { return &m_Attribute; }
 
   // The settings that apply to a module (non-null): those of the first registered module, in byte
@@ -51,6 +52,7 @@ class KELVIK_API CGlobal {
     return FirstModule() == nullptr ? &m_Attribute : FindAttribute(module);
   }
 
+  // The engines of the context, which live as long as the process.
   COutput& GetOutput() { return m_Output; }
   CConsole& GetConsole() { return m_Console; }
   CModuleState& GetModuleState() { return m_ModuleState; }
@@ -136,6 +138,7 @@ class KELVIK_API CGlobal {
   // --- Members ---
 
   tagAttribute m_Attribute;  // first: a pointer to the context is one to the global settings
+  // Records and their delivery; the network console; the callbacks that operators reach.
   COutput m_Output;
   CConsole m_Console;
   CModuleState m_ModuleState;
@@ -144,10 +147,11 @@ class KELVIK_API CGlobal {
 
   // The registered modules in byte order of their names, for readers that take no lock.
   struct tagModuleNode {
-    const char* m_Name;
-    tagAttribute* m_Attribute;
-    tagModuleNode* m_Next;
+    const char* m_Name;         // not owned: the key in m_ModuleAttribute
+    tagAttribute* m_Attribute;  // not owned: the value there
+    tagModuleNode* m_Next;      // null for the last one
   };
+  // The first of them and the one behind a node, null when there is none.
   const tagModuleNode* FirstModule() const {
     return __atomic_load_n(&m_FirstModule, __ATOMIC_ACQUIRE);
   }

@@ -62,6 +62,7 @@ class xini_node_t {
  public:
   // Orders names without regard to case; a name counts up to its first NUL.
   struct xstr_icmp_t {
+    // Whether left sorts before right.
     bool operator()(const std::string& left, const std::string& right) const {
       return xstr_icmp(left.c_str(), right.c_str()) < 0;
     }
@@ -164,6 +165,7 @@ class xini_node_t {
 // An empty line.
 class xini_nilline_t : public xini_node_t {
  public:
+  // Makes an empty line. `owner` as for every node: not owned, null or outliving the node.
   explicit xini_nilline_t(xini_node_t* owner) : xini_node_t(XINI_NTYPE_NILLINE, owner) {}
 
   std::ostream& operator>>(std::ostream& stream) const override { return stream << std::endl; }
@@ -209,6 +211,7 @@ class xini_keyvalue_t : public xini_node_t {
     return stream << m_xstr_kname << '=' << m_xstr_value << std::endl;
   }
 
+  // The name and the value as they stand, trimmed; the references live as long as the node.
   const std::string& kname() const { return m_xstr_kname; }
   const std::string& value() const { return m_xstr_value; }
 
@@ -325,6 +328,7 @@ class xini_section_t : public xini_node_t {
 
   std::ostream& operator>>(std::ostream& stream) const override;
 
+  // The name without brackets, empty for the unnamed section; lives as long as the section.
   const std::string& sname() const { return m_xstr_name; }
 
   // The key of that name (trimmed; it must pass check_kname). A missing one is made with an empty

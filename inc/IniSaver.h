@@ -102,6 +102,7 @@ inline bool xini_saver_t::save(const std::string& path, const std::string& bytes
 // begin (a device, a pipe) is not read.
 class xini_saver_t::reader_t : public std::streambuf {
  public:
+  // Opens the file; error() tells whether that went well.
   explicit reader_t(const std::string& path)
       : m_file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)), m_error(0) {
     struct stat status {};
@@ -116,6 +117,7 @@ class xini_saver_t::reader_t : public std::streambuf {
   int error() const { return m_error; }
 
  protected:
+  // Reads the next bytes: the stream's own call.
   int_type underflow() override {
     if (m_error != 0) return traits_type::eof();
     ssize_t got = -1;

@@ -146,8 +146,8 @@ KELVIK_API int KelvikExtra_IsEnabled(int level, const char* module);
 // A place in a program that logs only some of its records. Made of zeros, static, and asked by one
 // of the two functions below only; any threads may ask at once.
 struct tagKelvikPlace {
-  uint32_t m_Count;
-  uint32_t m_Time;
+  uint32_t m_Count;  // the library's
+  uint32_t m_Time;   // the library's
 };
 
 // Room for the longest note on what was passed over, its NUL included.

@@ -9,7 +9,7 @@
 
 namespace Kelvik {
 
-constexpr int kModuleNameBytes = 128;
+constexpr int kModuleNameBytes = 128;  // bytes of a module's name or a title with its NUL
 
 // Prints the state of (module, title) on the terminal behind fd, which stays the caller's. The
 // result is ignored.

@@ -20,9 +20,9 @@
 
 namespace Kelvik {
 
-constexpr int kSlotCount = 10;  // slots of the ring of kept log files
-constexpr int kSlotNameBytes = 128;
-constexpr int kNextNameBytes = 36;
+constexpr int kSlotCount = 10;       // slots of the ring of kept log files
+constexpr int kSlotNameBytes = 128;  // bytes of a kept file's path with its NUL
+constexpr int kNextNameBytes = 36;   // bytes of a file's name with its NUL
 
 struct tagLimits;
 struct tagRecord;
@@ -145,7 +145,6 @@ class KELVIK_API COutput : public CThread::IExecute {
   // --- File writers: OutputWriter.cpp, OutputBySize.cpp, OutputByTime.cpp, OutputRaw.cpp ---
   // data null writes the back buffer, otherwise length bytes of data. Results: 0 done, 1 the write
   // failed, 3 no file could be opened. The V1 forms close the file after each buffered write.
-
   int WriteLogBySzie(const char* data, int length);
   int WriteLogBySzieV1(const char* data, int length);
   int WriteLogByTime(const char* data, int length);
