@@ -20,6 +20,7 @@ void TakesList(va_list list);
 //
 // Holds a copy of the list; the caller's own is left untouched and still ended by the caller.
 struct tagArguments {
+  // Copies the list.
   template <class T = va_list, std::enable_if_t<std::is_pointer<T>::value, int> = 0>
   explicit tagArguments(va_list list) {
     va_copy(m_List, list);

@@ -63,11 +63,11 @@ struct tagKelvikStatistics {
   uint64_t m_RecordsRefused;     // not taken: the files were being cleared (modulo as above)
   uint64_t m_BytesFormatted;     // bytes of accepted records
   uint64_t m_BytesHandedOver;    // bytes that left the front buffer
-  uint64_t m_BytesReplaced;
-  uint64_t m_BytesDropped;
-  uint64_t m_Batches;  // hand-overs
-  uint64_t m_Writes;   // batches and single records given to the system
-  uint64_t m_FilesRemoved;
+  uint64_t m_BytesReplaced;      // bytes of the records replaced
+  uint64_t m_BytesDropped;       // bytes of the records dropped
+  uint64_t m_Batches;            // hand-overs
+  uint64_t m_Writes;             // batches and single records given to the system
+  uint64_t m_FilesRemoved;       // log files deleted
   uint64_t m_TerminalRecords;    // records printed (modulo as above)
   uint64_t m_SystemRecords;      // records given to syslog (modulo as above)
   uint64_t m_DatagramsAccepted;  // console datagrams obeyed (modulo as above)
