@@ -94,6 +94,8 @@ class KELVIK_API CGlobal {
   // The text of a time; snprintf's result.
   int GetString(const tagAbsoluteTime& time, char* text, int size);
   int GetCurrentThreadID();  // getpid()
+
+  // Pauses the calling thread for ms milliseconds, signals or not. Returns 0.
   int Sleep(unsigned int ms);
 
   // --- Modules: GlobalModules.cpp ---
