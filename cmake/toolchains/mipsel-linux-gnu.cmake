@@ -14,3 +14,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mipsel -L /usr/mipsel-linux-gnu)
+
+# The devices' kernels have 4 KiB pages.
+set(KELVIK_PAGE_SIZE 4096 CACHE STRING "Largest page size of the target's kernels, in bytes")

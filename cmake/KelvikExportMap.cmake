@@ -1,0 +1,45 @@
+# The version script of libkelvik.so: src/kelvik.map with the private methods of the exported classes
+# added to what stays local. A class is marked as a whole, so the compiler exports its private
+# methods too; their names alone are worth 8 KiB, and nobody outside can call them. A private method
+# whose name the public part of the class mentions stays exported: inline code there calls it.
+#
+#   kelvik_write_export_map(TEMPLATE OUTPUT HEADER...)
+
+# Appends a pattern of mangled names for each private method that a header declares.
+function(kelvik_private_patterns header out)
+  file(READ ${header} text)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${header})
+  string(REGEX REPLACE "//[^\n]*" "" text "${text}")
+  string(FIND "${text}" "\n private:" from)
+  if(NOT text MATCHES "\nclass KELVIK_API (C[A-Za-z]+)" OR from EQUAL -1)
+    return()
+  endif()
+  set(class ${CMAKE_MATCH_1})
+  string(LENGTH ${class} class_length)
+  string(SUBSTRING "${text}" 0 ${from} public)
+  string(SUBSTRING "${text}" ${from} -1 text)
+  string(FIND "${text}" "\n};" to)
+  string(SUBSTRING "${text}" 0 ${to} text)
+  string(REGEX MATCHALL "[^A-Za-z0-9_][A-Z][A-Za-z0-9]*\\(" methods "${text}")
+  list(REMOVE_DUPLICATES methods)
+  set(patterns "${${out}}")
+  foreach(method IN LISTS methods)
+    string(REGEX REPLACE "[^A-Za-z0-9]" "" method ${method})
+    if(public MATCHES "[^A-Za-z0-9_]${method}\\(")
+      continue()
+    endif()
+    string(LENGTH ${method} length)
+    foreach(const "" "K")
+      string(APPEND patterns "\n    _ZN${const}6Kelvik${class_length}${class}${length}${method}E*;")
+    endforeach()
+  endforeach()
+  set(${out} "${patterns}" PARENT_SCOPE)
+endfunction()
+
+function(kelvik_write_export_map template output)
+  set(KELVIK_PRIVATE_METHODS "")
+  foreach(header IN LISTS ARGN)
+    kelvik_private_patterns(${header} KELVIK_PRIVATE_METHODS)
+  endforeach()
+  configure_file(${template} ${output} @ONLY)
+endfunction()
