@@ -39,6 +39,7 @@ namespace Kelvik {
 class CName {
  public:
   CName() : m_Text(nullptr) {}
+  // Take a name at once, as Set does.
   explicit CName(const char* name) : m_Text(name) {}
   explicit CName(std::string_view name) { Set(name); }
   CName(const CName&) = delete;
@@ -212,9 +213,11 @@ class CRegistration {
   }
 
  protected:
+  // Of the C interface.
   using Unregister = int (*)(const char* module, const char* title);
 
   CRegistration() = default;
+  // Copies the names, or takes over what the other has registered and ends its own.
   CRegistration(std::string_view module, std::string_view title)
       : m_Module(module), m_Title(title) {}
   CRegistration(CRegistration&& other) noexcept { Take(other); }
@@ -265,6 +268,7 @@ class CRegistration {
 class CStateRegistration : public Detail::CRegistration {
  public:
   CStateRegistration() = default;
+  // Registers function; Result() tells whether that went well. An empty one is not registered.
   CStateRegistration(std::string_view module, std::string_view title, StateFunction function)
       : CRegistration(module, title) {
     if (!function) return;
@@ -275,6 +279,7 @@ class CStateRegistration : public Detail::CRegistration {
                return Kelvik_ModuleStateRegister(names, titles, Run, context);
              });
   }
+  // Takes the other's registration over; an assignment first ends its own.
   CStateRegistration(CStateRegistration&&) noexcept = default;
   CStateRegistration& operator=(CStateRegistration&&) noexcept = default;
 
@@ -290,6 +295,7 @@ class CStateRegistration : public Detail::CRegistration {
 class CParamRegistration : public Detail::CRegistration {
  public:
   CParamRegistration() = default;
+  // Registers function; Result() tells whether that went well. An empty one is not registered.
   CParamRegistration(std::string_view module, std::string_view title, ParamFunction function)
       : CRegistration(module, title) {
     if (!function) return;
@@ -300,6 +306,7 @@ class CParamRegistration : public Detail::CRegistration {
                return Kelvik_ModuleSetParamRegister(names, titles, Run, context);
              });
   }
+  // Takes the other's registration over; an assignment first ends its own.
   CParamRegistration(CParamRegistration&&) noexcept = default;
   CParamRegistration& operator=(CParamRegistration&&) noexcept = default;
 
