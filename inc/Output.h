@@ -25,6 +25,7 @@ constexpr int kSlotNameBytes = 128;  // bytes of a kept file's path with its NUL
 constexpr int kNextNameBytes = 36;   // bytes of a file's name with its NUL
 
 struct tagLimits;
+struct tagMessage;
 struct tagRecord;
 struct tagRecordHead;
 struct tagWriter;
@@ -238,9 +239,11 @@ class KELVIK_API COutput : public CThread::IExecute {
  private:
   friend struct tagLevelGate;
 
-  // OutputRecord.cpp
-  int LogWith(const tagRecordHead& head, const char* format, const tagArguments& arguments)
-      __attribute__((format(printf, 3, 0)));
+  // OutputRecord.cpp. MakeRecord is for a level that passes.
+  bool IsTurnedAway(eLogLevel level, const tagAttribute& settings, int& result);
+  int MakeRecord(eLogLevel level, const char* module, const char* title,
+                 const tagAttribute& settings, tagMessage& message)
+      __attribute__((visibility("hidden")));
   int LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
              const tagWriter& writer);
   int Deliver(const tagRecord& record);

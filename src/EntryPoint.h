@@ -10,6 +10,7 @@
 
 #include "Global.h"
 #include "Kelvik.h"
+#include "OutputInternal.h"
 
 namespace Kelvik {
 
@@ -20,24 +21,21 @@ struct tagShell {
   int m_Line;              // line number
 };
 
-// Where in the application's source a record was made. Null texts and -1 are left out.
-struct tagSourcePlace {
-  const char* m_File;
-  const char* m_Function;
-  int m_Line;
-};
-
-// Runs body, which returns a result code, for an exported function: not at all once the context
-// has ended, and without letting an exception out into C. Only std::exception is held back: the
-// unwinding of a cancelled thread must go on.
+// Runs body, which returns a result code, for an exported function, without letting an exception
+// out into C. Only std::exception is held back: the unwinding of a cancelled thread must go on.
 template <class tBody>
-int Guarded(tBody body) {
-  if (CGlobal::IsEnded()) return eResultFailure;
+inline int Sheltered(tBody body) {
   try {
     return body();
   } catch (const std::exception&) {
     return eResultFailure;
   }
+}
+
+// The same, but not at all once the context has ended.
+template <class tBody>
+int Guarded(tBody body) {
+  return CGlobal::IsEnded() ? static_cast<int>(eResultFailure) : Sheltered(body);
 }
 
 // KLog and KLogV1. The caller ends arguments with va_end.

@@ -13,7 +13,9 @@
 using Kelvik::CGlobal;
 using Kelvik::tagAttribute;
 using Kelvik::tagLevelGate;
+using Kelvik::tagMessage;
 using Kelvik::tagShell;
+using Kelvik::tagSourcePlace;
 
 namespace {
 
@@ -34,12 +36,20 @@ KELVIK_UNGUARDED_FRAME int KLog(eLogLevel level, const char* module, const char*
                                 const char* format, ...) {
   CGlobal* const global = tagLevelGate::Open(level, format);
   const tagAttribute* settings;
-  const bool isKnown = global != nullptr && tagLevelGate::FindSettings(*global, module, settings);
-  if (isKnown && tagLevelGate::IsDropped(*global, level, *settings)) return eResultDisabled;
-  va_list list;
-  va_start(list, format);
-  const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
-  va_end(list);
+  if (global == nullptr || !tagLevelGate::FindSettings(*global, module, settings)) {
+    va_list list;
+    va_start(list, format);
+    const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
+    va_end(list);
+    return result;
+  }
+  if (tagLevelGate::IsDropped(*global, level, *settings)) return eResultDisabled;
+  tagMessage message;
+  message.m_Format = format;
+  message.m_Place = nullptr;
+  va_start(message.m_List, format);
+  const int result = tagLevelGate::MakeRecord(*global, level, module, title, *settings, message);
+  va_end(message.m_List);
   return result;
 }
 
@@ -47,14 +57,22 @@ KELVIK_UNGUARDED_FRAME int KLogV1(eLogLevel level, const char* module, const cha
                                   const char* file, const char* func, int line, const char* format,
                                   ...) {
   CGlobal* const global = tagLevelGate::Open(level, format);
-  if (global != nullptr && tagLevelGate::IsDropped(*global, level, *global->GetAttribute())) {
-    return eResultDisabled;
+  const tagSourcePlace place = {file, func, line};
+  if (global == nullptr) {
+    va_list list;
+    va_start(list, format);
+    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, place, format, list);
+    va_end(list);
+    return result;
   }
-  va_list list;
-  va_start(list, format);
-  const int result =
-      Kelvik::EntryLog(kLogV1Shell, level, module, title, {file, func, line}, format, list);
-  va_end(list);
+  const tagAttribute& settings = *global->GetAttribute();
+  if (tagLevelGate::IsDropped(*global, level, settings)) return eResultDisabled;
+  tagMessage message;
+  message.m_Format = format;
+  message.m_Place = &place;
+  va_start(message.m_List, format);
+  const int result = tagLevelGate::MakeRecord(*global, level, module, title, settings, message);
+  va_end(message.m_List);
   return result;
 }
 

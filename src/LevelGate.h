@@ -12,6 +12,7 @@
 
 #include "Attribute.h"
 #include "Context.h"
+#include "EntryPoint.h"
 #include "Global.h"
 #include "Kelvik.h"
 #include "Output.h"
@@ -42,9 +43,17 @@ struct tagLevelGate {
 
   // Whether the settings have the level (1 to 5) switched off; counts the record that is dropped.
   static bool IsDropped(CGlobal& global, eLogLevel level, const tagAttribute& settings) {
-    if ((RelaxedLoad(settings.m_LevelMask) >> level & 1) != 0) return false;
+    if ((RelaxedLoad(settings.m_LevelMask) & 1U << level) != 0) return false;
     RelaxedAdd(global.m_Output.m_BelowLevel, 1);
     return true;
+  }
+
+  // Makes a record that was not dropped, with the settings that were found.
+  static int MakeRecord(CGlobal& global, eLogLevel level, const char* module, const char* title,
+                        const tagAttribute& settings, tagMessage& message) {
+    return Sheltered([&]() -> int {
+      return global.m_Output.MakeRecord(level, module, title, settings, message);
+    });
   }
 
   // The place of a name by its address, for literals that stand side by side as for objects.
@@ -59,19 +68,18 @@ struct tagLevelGate {
   static bool FindByAddress(const CGlobal& global, const char* module,
                             const tagAttribute*& settings) {
     const CGlobal::tagKnownName* known = AcquireLoad(global.m_Hints[HintIndex(module)]);
+    settings = AcquireLoad(known->m_Attribute);
     const char* name = known->m_Name;
     for (;; name += 4, module += 4) {
       if (name[0] != module[0]) return false;
-      if (name[0] == '\0') break;
+      if (name[0] == '\0') return true;
       if (name[1] != module[1]) return false;
-      if (name[1] == '\0') break;
+      if (name[1] == '\0') return true;
       if (name[2] != module[2]) return false;
-      if (name[2] == '\0') break;
+      if (name[2] == '\0') return true;
       if (name[3] != module[3]) return false;
-      if (name[3] == '\0') break;
+      if (name[3] == '\0') return true;
     }
-    settings = AcquireLoad(known->m_Attribute);
-    return true;
   }
 };
 

@@ -2,6 +2,7 @@
 #ifndef KELVIK_OUTPUTINTERNAL_H_
 #define KELVIK_OUTPUTINTERNAL_H_
 
+#include <cstdarg>
 #include <cstdint>
 
 #include "Attribute.h"
@@ -30,17 +31,27 @@ struct tagLimits {
 static_assert(sizeof(tagLimits) == sizeof(tagAttribute) - offsetof(tagAttribute, m_LogMaxSize),
               "the words at the end of the settings record, in its order");
 
+// Where in the application's source a record was made. Null texts and -1 are left out.
+struct tagSourcePlace {
+  const char* m_File;
+  const char* m_Function;
+  int m_Line;
+};
+
+// What a record says. Its arguments are used up by the one record that is made of it.
+struct tagMessage {
+  const char* m_Format;
+  const tagSourcePlace* m_Place;  // null: made without one
+  va_list m_List;
+};
+
 // Who logs, and whose settings decide.
 struct tagRecordHead {
   eLogLevel m_Level;
-  const char* m_Module;          // may be null
-  const char* m_Title;           // may be null
-  const tagAttribute* m_Filter;  // its level mask lets the record pass
-  const tagAttribute* m_Prefix;  // its date-time and thread-id switches shape the prefix
-  bool m_Located;                // made with a source location
-  const char* m_File;            // may be null
-  const char* m_Function;        // may be null
-  int m_Line;                    // -1: none
+  const char* m_Module;           // may be null
+  const char* m_Title;            // may be null
+  const tagAttribute* m_Prefix;   // its date-time and thread-id switches shape the prefix
+  const tagSourcePlace* m_Place;  // null: made without one
 };
 
 // A formatted record on its way to the sinks.

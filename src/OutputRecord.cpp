@@ -81,14 +81,14 @@ const tagAttribute* GlobalSettings() {
   return stamp.m_TextLength;
 }
 
-// Writes prefix and location, and gives the length of the date-time text (0 when it is switched
-// off).
-inline int WritePrefix(char* field, int room, const tagRecordHead& head, int& dateTimeLength) {
+// Writes prefix and location into a field of which dateTimeLength bytes stand there already (0:
+// none), and gives the length of the date-time text (0 when it is switched off).
+[[gnu::noinline]] int WritePrefix(char* field, int room, const tagRecordHead& head,
+                                  int& dateTimeLength) {
   tagRecordPrefix prefix = {
       nullptr,       0,           RelaxedLoad(head.m_Prefix->m_OutputThreadID) != 0, 0,
       head.m_Module, head.m_Title};
-  if (RelaxedLoad(head.m_Prefix->m_OutputDateTime) != 0) {
-    dateTimeLength = PutKnownTimeStamp(field);
+  if (dateTimeLength != 0 || RelaxedLoad(head.m_Prefix->m_OutputDateTime) != 0) {
     if (dateTimeLength == 0) dateTimeLength = PutNewTimeStamp(field);
     prefix.m_DateTime = field;
     prefix.m_DateTimeLength = dateTimeLength;
@@ -97,11 +97,26 @@ inline int WritePrefix(char* field, int room, const tagRecordHead& head, int& da
     prefix.m_ThreadID = static_cast<unsigned long>(Context()->GetCurrentThreadID());
   }
   int length = WriteRecordPrefix(field, room, prefix);
-  if (head.m_Located && RelaxedLoad(GlobalSettings()->m_OutputLocation) != 0) {
-    length +=
-        WriteLocation(field + length, room - length, head.m_File, head.m_Function, head.m_Line);
+  if (head.m_Place != nullptr && RelaxedLoad(GlobalSettings()->m_OutputLocation) != 0) {
+    length += WriteLocation(field + length, room - length, head.m_Place->m_File,
+                            head.m_Place->m_Function, head.m_Place->m_Line);
   }
   return length;
+}
+
+// The prefix of nearly every record: a date in a second that is known, module and title, nothing
+// else. Returns its length, or 0 for any other prefix; dateTimeLength as WritePrefix takes it.
+inline int WriteUsualPrefix(char* field, const char* module, const char* title,
+                            const tagAttribute& settings, int& dateTimeLength) {
+  if (RelaxedLoad(settings.m_OutputDateTime) == 0 || RelaxedLoad(settings.m_OutputThreadID) != 0 ||
+      module == nullptr || title == nullptr) {
+    return 0;
+  }
+  const int length = PutKnownTimeStamp(field);
+  dateTimeLength = length;
+  if (length == 0) return 0;
+  char* const end = PutUsualNames(field + length, module, title);
+  return end != nullptr ? static_cast<int>(end - field) : 0;
 }
 
 // A record with room for a colour sequence before and behind it, so that the terminal takes it in
@@ -131,58 +146,89 @@ inline int COutput::Deliver(const tagRecord& record) {
   return StoreRecord(record.m_Text, record.m_Length);
 }
 
-inline __attribute__((always_inline)) int COutput::LogWith(const tagRecordHead& head,
-                                                           const char* format,
-                                                           const tagArguments& arguments) {
-  if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
-  if (!LevelPasses(head.m_Level, *head.m_Filter)) {
-    RelaxedAdd(m_BelowLevel, 1);
-    return eResultDisabled;
+// Whether a record ends here; result says why then.
+inline bool COutput::IsTurnedAway(eLogLevel level, const tagAttribute& settings, int& result) {
+  if (RelaxedLoad(m_Ended) != eLifeOpen) {
+    result = eResultFailure;
+    return true;
   }
+  if (LevelPasses(level, settings)) return false;
+  RelaxedAdd(m_BelowLevel, 1);
+  result = eResultDisabled;
+  return true;
+}
+
+int COutput::MakeRecord(eLogLevel level, const char* module, const char* title,
+                        const tagAttribute& settings, tagMessage& message) {
   const int callerErrno = errno;
   tagRecordText record;
+  char* const text = record.m_Text;
   int dateTimeLength = 0;
-  int length = WritePrefix(record.m_Text, kRecordBytes, head, dateTimeLength);
+  int length = 0;
+  if (message.m_Place == nullptr) {
+    length = WriteUsualPrefix(text, module, title, settings, dateTimeLength);
+  }
+  if (length == 0) {
+    length = WritePrefix(text, kRecordBytes, {level, module, title, &settings, message.m_Place},
+                         dateTimeLength);
+  }
   errno = callerErrno;  // "%m" means the caller's
-  length += FormatMessage(record.m_Text + length, kRecordBytes - length, format, arguments.m_List);
+  length += FormatMessage(text + length, kRecordBytes - length, message.m_Format, message.m_List);
   const int skip = dateTimeLength == 0 ? 0 : dateTimeLength + 1;
-  const int result = Deliver({head.m_Level, head.m_Module, record.m_Text, length,
-                              skip < length ? skip : length, record.m_Text});
+  const int result = Deliver({level, module, text, length, skip < length ? skip : length, text});
   errno = callerErrno;
   return result;
 }
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format, ...) {
-  const tagAttribute* global = GlobalSettings();
-  va_list list;
-  va_start(list, format);
-  const int result = LogWith({level, module, title, global, global, false, nullptr, nullptr, -1},
-                             format, tagArguments(list));
-  va_end(list);
+  const tagAttribute& global = *GlobalSettings();
+  int result;
+  if (IsTurnedAway(level, global, result)) return result;
+  tagMessage message;
+  message.m_Format = format;
+  message.m_Place = nullptr;
+  va_start(message.m_List, format);
+  result = MakeRecord(level, module, title, global, message);
+  va_end(message.m_List);
   return result;
 }
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format,
                  const tagArguments& arguments) {
-  const tagAttribute* own = ModuleSettings(module);
-  return LogWith({level, module, title, own, own, false, nullptr, nullptr, -1}, format, arguments);
+  const tagAttribute& own = *ModuleSettings(module);
+  int result;
+  if (IsTurnedAway(level, own, result)) return result;
+  tagMessage message;
+  message.m_Format = format;
+  message.m_Place = nullptr;
+  va_copy(message.m_List, arguments.m_List);
+  result = MakeRecord(level, module, title, own, message);
+  va_end(message.m_List);
+  return result;
 }
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* file,
                  const char* func, int line, const char* format, ...) {
-  const tagAttribute* global = GlobalSettings();
   va_list list;
   va_start(list, format);
-  const int result = LogWith({level, module, title, global, global, true, file, func, line}, format,
-                             tagArguments(list));
+  const int result = Log(level, module, title, file, func, line, format, tagArguments(list));
   va_end(list);
   return result;
 }
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* file,
                  const char* func, int line, const char* format, const tagArguments& arguments) {
-  const tagAttribute* global = GlobalSettings();
-  return LogWith({level, module, title, global, global, true, file, func, line}, format, arguments);
+  const tagAttribute& global = *GlobalSettings();
+  int result;
+  if (IsTurnedAway(level, global, result)) return result;
+  const tagSourcePlace place = {file, func, line};
+  tagMessage message;
+  message.m_Format = format;
+  message.m_Place = &place;
+  va_copy(message.m_List, arguments.m_List);
+  result = MakeRecord(level, module, title, global, message);
+  va_end(message.m_List);
+  return result;
 }
 
 int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* text,
@@ -199,26 +245,22 @@ int COutput::Logs(eLogLevel level, const char* module, const char* title, const 
 
 int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* data,
                   int length) {
-  return LogRaw(
-      {level, module, title, ModuleSettings(module), GlobalSettings(), false, nullptr, nullptr, -1},
-      data, length, kRawLevelLine, kRawWriter);
+  return LogRaw({level, module, title, GlobalSettings(), nullptr}, data, length, kRawLevelLine,
+                kRawWriter);
 }
 
 int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* file,
                   const char* func, int line, const char* data, int length) {
-  return LogRaw(
-      {level, module, title, ModuleSettings(module), GlobalSettings(), true, file, func, line},
-      data, length, kLocatedRawLevelLine, kLocatedRawWriter);
+  const tagSourcePlace place = {file, func, line};
+  return LogRaw({level, module, title, GlobalSettings(), &place}, data, length,
+                kLocatedRawLevelLine, kLocatedRawWriter);
 }
 
 int COutput::LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
                     const tagWriter& writer) {
   if (data == nullptr || length < 0) return eResultInvalid;
-  if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
-  if (!LevelPasses(head.m_Level, *head.m_Filter)) {
-    RelaxedAdd(m_BelowLevel, 1);
-    return eResultDisabled;
-  }
+  int turnedAway;
+  if (IsTurnedAway(head.m_Level, *ModuleSettings(head.m_Module), turnedAway)) return turnedAway;
   const int callerErrno = errno;
   const tagAttribute* global = GlobalSettings();
   int result = eResultSuccess;

@@ -65,39 +65,9 @@ class CFieldText {
   char* m_Last;  // the terminator's place when the field is full
 };
 
-// The usual record: date, module and title, and room for twice the longest names that are usual.
-// One test a byte instead of two. Returns the end of the text, or null when a name is longer.
-inline char* PutQuickly(char* next, const char* module, const char* title) {
-  constexpr ptrdiff_t kUsualName = 64;
-  *next++ = ' ';
-  *next++ = '[';
-  const char* const longest = next + kUsualName;
-  while (*module != '\0') {
-    if (next == longest) return nullptr;
-    *next++ = *module++;
-  }
-  *next++ = ']';
-  *next++ = '[';
-  const char* const longestTitle = next + kUsualName;
-  while (*title != '\0') {
-    if (next == longestTitle) return nullptr;
-    *next++ = *title++;
-  }
-  *next++ = ']';
-  *next++ = ' ';
-  *next = '\0';
-  return next;
-}
-
 }  // namespace
 
 int WriteRecordPrefix(char* field, int room, const tagRecordPrefix& prefix) {
-  constexpr int kQuickRoom = 256;
-  if (room > kQuickRoom && prefix.m_DateTime == field && prefix.m_Module != nullptr &&
-      prefix.m_Title != nullptr && !prefix.m_ShowThreadID) {
-    char* const end = PutQuickly(field + prefix.m_DateTimeLength, prefix.m_Module, prefix.m_Title);
-    if (end != nullptr) return static_cast<int>(end - field);
-  }
   CFieldText text(field, room);
   const bool isNamed = prefix.m_Module != nullptr || prefix.m_Title != nullptr;
   if (prefix.m_DateTime == nullptr && !isNamed) return text.Finish();

@@ -201,6 +201,25 @@ TEST(RecordPrefix, EqualsPrintfForGeneratedNames) {
   }
 }
 
+TEST(RecordPrefix, UsualNamesStandAsInEveryPrefix) {
+  for (int module = 0; module <= kUsualNameLetters + 1; ++module) {
+    for (int title = 0; title <= kUsualNameLetters + 1; ++title) {
+      const std::string moduleName(static_cast<size_t>(module), 'm');
+      const std::string titleName(static_cast<size_t>(title), 't');
+      // On the heap, so that a byte too many is seen.
+      std::vector<char> field(kUsualNamesBytes);
+      const char* end = PutUsualNames(field.data(), moduleName.c_str(), titleName.c_str());
+      if (module > kUsualNameLetters || title > kUsualNameLetters) {
+        EXPECT_EQ(end, nullptr) << module << " " << title;
+        continue;
+      }
+      ASSERT_NE(end, nullptr) << module << " " << title;
+      EXPECT_EQ(std::string(field.data(), static_cast<size_t>(end - field.data())),
+                " [" + moduleName + "][" + titleName + "] ");
+    }
+  }
+}
+
 TEST(RecordLocation, ShowsThePresentParts) {
   struct tagForm {
     const char* m_File;
