@@ -70,15 +70,16 @@ by_pkg_config() {
   unset PKG_CONFIG_PATH
 }
 
-# by_find_package PREFIX-OR-BUILD-FOLDER
+# by_find_package PREFIX-OR-BUILD-FOLDER PROGRAM...
 by_find_package() {
   rm -rf "$work/user-build"
   must "$cmake" -S "$user" -B "$work/user-build" -DCMAKE_PREFIX_PATH="$1" -DKelvik_ROOT="$1"
   grep -q "^Kelvik_DIR:PATH=$1" "$work/user-build/CMakeCache.txt" || fail "another Kelvik was found"
-  must "$cmake" --build "$work/user-build" -j 2
-  must_log "$work/user-build/user_cpp"
-  must_log "$work/user-build/user_static"
-  must_log "$work/user-build/user_c_static"
+  shift
+  must "$cmake" --build "$work/user-build" -j 2 --target "$@"
+  for program in "$@"; do
+    must_log "$work/user-build/$program"
+  done
 }
 
 echo "An installed copy, through DESTDIR to the folder it was made for"
@@ -92,7 +93,7 @@ check_copy "$work/moved"
 must "$work/moved/bin/kelvikctl" --version
 must "$work/moved/bin/kelviklog" --version
 grep -qx "kelviklog $version" "$work/out" || fail "kelviklog is of another version"
-by_find_package "$work/moved"
+by_find_package "$work/moved" user_cpp user_static user_c_static
 if command -v pkg-config > /dev/null 2>&1; then
   by_pkg_config "$libraries/pkgconfig" "$libraries"
   must env PKG_CONFIG_PATH="$libraries/pkgconfig" make -C "$work/moved/share/doc/kelvik/examples"
@@ -103,7 +104,7 @@ else
 fi
 
 echo "The build tree"
-by_find_package "$build"
+by_find_package "$build" user_cpp user_c_static
 
 echo "The sources in a folder of another project, which installs them with its own program"
 must "$cmake" -S "$user/whole" -B "$work/whole" -DKELVIK_FOLDER="$source" -DKELVIK_INSTALL=ON \
