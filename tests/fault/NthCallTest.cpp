@@ -201,7 +201,8 @@ CHILD_CASE(FailForLong) {
     }
     StopFailing();
     Output().CloseFile();
-    if (round == 5) {
+    // Caches of the allocator and of the C library fill first.
+    if (round == rounds / 2) {
       descriptors = OpenDescriptors();
       memory = mallinfo2().uordblks;
     }
