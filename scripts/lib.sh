@@ -16,6 +16,8 @@ kelvik_coverage_packages="gcovr"
 kelvik_bench_packages="libbenchmark-dev pkg-config valgrind gnuplot-nox"
 kelvik_peer_packages="libspdlog-dev libgoogle-glog-dev liblog4cplus-dev libinih-dev libboost-dev
   daemontools runit"
+# What rsyslogd links with; see unpack_rsyslog.
+kelvik_fleet_packages="libestr0 libfastjson4 liblognorm5"
 
 say() {
   printf '\n== %s\n' "$*"
@@ -63,6 +65,16 @@ need_packages() {
   echo "These packages are missing and could not be installed here: $missing"
   echo "As root: apt-get install $missing"
   return 1
+}
+
+# Sees to an rsyslogd for the test integration.Fleet. The package is only unpacked, below build/rsyslog:
+# installed, it would take over this machine's system log.
+unpack_rsyslog() {
+  [ -x /usr/sbin/rsyslogd ] || [ -x build/rsyslog/usr/sbin/rsyslogd ] && return
+  # shellcheck disable=SC2086
+  command -v dpkg-deb > /dev/null 2>&1 && need_packages $kelvik_fleet_packages || return
+  mkdir -p build/rsyslog
+  (cd build/rsyslog && apt-get -qq download rsyslog && dpkg-deb -x rsyslog_*.deb .) > /dev/null 2>&1
 }
 
 # Where temporary files of the tests may stand in memory: prints the folder, or nothing. Tests sync
