@@ -32,9 +32,14 @@ tagKelvikStatistics Counters() {
   return statistics;
 }
 
-std::string LogPath() {
+tagAttribute Settings() {
   tagAttribute settings;
   Context().CopyAttribute(settings);
+  return settings;
+}
+
+std::string LogPath() {
+  const tagAttribute settings = Settings();
   return std::string(settings.m_LogPath, strnlen(settings.m_LogPath, sizeof(settings.m_LogPath)));
 }
 
@@ -56,7 +61,8 @@ CHILD_CASE(Flags) {
   TakePrinted(printed);
   EXPECT_TRUE(console.Obey("-LOGPATH /tmp/b/ -logcount 4"));
   EXPECT_EQ("/tmp/a/", LogPath());
-  EXPECT_EQ(4u, Context().m_Attribute.m_LogMaxCount) << "the rest of the text is obeyed";
+  const uint32_t count = Settings().m_LogMaxCount;
+  EXPECT_EQ(4u, count) << "the rest of the text is obeyed";
   EXPECT_EQ(Arrival("-LOGPATH /tmp/b/ -logcount 4") + Refusal("-logpath"), TakePrinted(printed));
   EXPECT_EQ(1u, Counters().m_CommandsDenied);
   EXPECT_EQ(0u, Counters().m_DatagramsDenied);
