@@ -38,16 +38,16 @@ namespace Kelvik {
 // use, and the copy of a view.
 class CName {
  public:
-  CName() : m_Text(nullptr) {}
+  CName() noexcept : m_Text(nullptr) {}
   // Take a name at once, as Set does.
-  explicit CName(const char* name) : m_Text(name) {}
-  explicit CName(std::string_view name) { Set(name); }
+  explicit CName(const char* name) noexcept : m_Text(name) {}
+  explicit CName(std::string_view name) noexcept { Set(name); }
   CName(const CName&) = delete;
   CName& operator=(const CName&) = delete;
 
   // Take a name and return its text.
-  const char* Set(const char* name) { return m_Text = name; }
-  const char* Set(std::string_view name) {
+  const char* Set(const char* name) noexcept { return m_Text = name; }
+  const char* Set(std::string_view name) noexcept {
     if (name.data() == nullptr) return m_Text = nullptr;
     const std::size_t length = name.size() < sizeof(m_Copy) ? name.size() : sizeof(m_Copy) - 1;
     std::memcpy(m_Copy, name.data(), length);
@@ -56,7 +56,7 @@ class CName {
   }
 
   // NUL-terminated, or null; valid as long as this object.
-  const char* Text() const { return m_Text; }
+  const char* Text() const noexcept { return m_Text; }
 
  private:
   const char* m_Text;
