@@ -57,7 +57,13 @@ complete_is "-levelinfo" "$kelvikctl" send -leveli
 complete_is "-leveldbg" "$kelvikctl" send -tid 1 -leveld
 complete_is "--timeout" "$kelvikctl" level --t
 complete_is "--for" "$kelvikctl" attach --f
+complete_is "logs" "$kelvikctl" lo
+complete_is "--follow" "$kelvikctl" logs --config x --f
+complete_is "$1/kelvikctl.bash" "$kelvikctl" check "$1/kelvikc"
+complete_is "$1/kelvikctl.bash" "$kelvikctl" logs --config "$1/kelvikc"
 complete_is "fatal" kelviklog --level f
 complete_is "--count --config" kelviklog --co
+complete_is "--escape" kelviklog --esc
+complete_is "--progress" kelviklog --pro
 exit $failed
 BASH

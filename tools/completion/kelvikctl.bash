@@ -24,7 +24,7 @@ _kelvikctl_words() {
   local -n words=$1
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
-      --host | --port | --timeout | --for | -n)
+      --host | --port | --timeout | --for | -n | --lines | --config | --module | --grep)
         ((++i))
         [[ ${COMP_WORDS[i]} == "=" ]] && ((++i))
         ;;
@@ -41,12 +41,17 @@ _kelvikctl() {
   case $previous in
     --host) choices="127.0.0.1" ;;
     --port) choices=$("${COMP_WORDS[0]}" ps 2> /dev/null | awk 'NR > 1 { print $3 }') ;;
-    --timeout | --for | -n) return ;;
+    --timeout | --for | -n | --lines | --module | --grep) return ;;
+    --config)
+      mapfile -t COMPREPLY < <(compgen -f -- "$current")
+      compopt -o filenames 2> /dev/null
+      return
+      ;;
     *)
       _kelvikctl_words said
       case ${said[0]-}:${#said[@]} in
         :0) choices="status modules list show watch level output prefix limit path focus tty console
-          attach set save send ps --host --port --timeout --help --version" ;;
+          attach set save send ps logs check --host --port --timeout --help --version" ;;
         show:1 | watch:1) choices=$(_kelvikctl_ask list | awk '!seen[$1]++ { print $1 }') ;;
         show:2 | watch:2)
           choices=$(_kelvikctl_ask list | awk -v module="${said[1]}" \
@@ -63,7 +68,7 @@ _kelvikctl() {
         send:*) choices="-printf -syslog -file -leveldbg -levelinfo -levelwarn -levelerror
           -levelfatal -time -tid -focus -logpath -console -tty -show -set -sav -logsize
           -logduration -logcount -buffersize -interval" ;;
-        tty:1 | path:1)
+        tty:1 | path:1 | check:1)
           mapfile -t COMPREPLY < <(compgen -f -- "$current")
           compopt -o filenames 2> /dev/null
           return
@@ -73,6 +78,8 @@ _kelvikctl() {
         choices="--host --port --timeout --help"
         [[ ${said[0]-} == level || ${said[0]-} == attach ]] && choices+=" --for"
         [[ ${said[0]-} == watch ]] && choices+=" -n"
+        [[ ${said[0]-} == logs ]] && choices="--config --follow --lines --module --grep --help"
+        [[ ${said[0]-} == check ]] && choices="--help"
         [[ ${#said[@]} == 0 ]] && choices+=" --version"
       fi
       ;;

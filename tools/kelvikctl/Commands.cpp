@@ -4,7 +4,9 @@
 
 #include "Attach.h"
 #include "Changes.h"
+#include "CheckFile.h"
 #include "Failure.h"
+#include "Logs.h"
 #include "Process.h"
 #include "ProcessList.h"
 #include "SocketTable.h"
@@ -63,11 +65,16 @@ void ListProcesses() {
 
 }  // namespace
 
-void RunCommand(const tagOptions& options) {
+int RunCommand(const tagOptions& options) {
   if (options.m_Action == eAction::kPs) {
     ListProcesses();
-    return;
+    return kExitDone;
   }
+  if (options.m_Action == eAction::kLogs) {
+    PrintLogs(options);
+    return kExitDone;
+  }
+  if (options.m_Action == eAction::kCheck) return CheckFile(options.m_Config);
   CProcess process(options);
   switch (options.m_Action) {
     case eAction::kStatus: {
@@ -117,8 +124,11 @@ void RunCommand(const tagOptions& options) {
       SendText(process, options);
       break;
     case eAction::kPs:
+    case eAction::kLogs:
+    case eAction::kCheck:
       break;
   }
+  return kExitDone;
 }
 
 }  // namespace KelvikCtl

@@ -7,8 +7,8 @@
 
 namespace KelvikCtl {
 
-// Does what the options say; throws CFailure when it cannot be done.
-void RunCommand(const tagOptions& options);
+// Does what the options say and returns the exit code; throws CFailure when it cannot be done.
+int RunCommand(const tagOptions& options);
 
 }  // namespace KelvikCtl
 

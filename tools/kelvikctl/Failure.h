@@ -10,7 +10,7 @@ namespace KelvikCtl {
 
 constexpr int kExitDone = 0;
 constexpr int kExitRefused = 1;   // a reading contradicts what was asked, or it could not be done
-constexpr int kExitNoAnswer = 2;  // nobody listens, or no answer came in time
+constexpr int kExitNoAnswer = 2;  // nobody listens, no answer in time, a file cannot be read
 constexpr int kExitUsage = 64;    // nothing was sent
 
 class CFailure : public std::runtime_error {

@@ -21,14 +21,16 @@ constexpr int kMostTimeOut = 3600;
 constexpr int kMostSeconds = 2000000;
 
 constexpr char kDescription[] =
-    "Asks and changes a running process that logs through Kelvik and has its console open.";
+    "Asks and changes a running process that logs through Kelvik and has its console open; shows\n"
+    "its log files and checks its configuration file.";
 
 constexpr char kNotes[] =
     "LEVEL is debug, info, warning, error or fatal, or 1 to 5. The console never replies: what it\n"
     "shows comes over a pseudo-terminal of this user, so run kelvikctl as the user of the "
     "process.\n"
     "Exit code: 0 done; 1 a reading contradicts what was asked, or the process could not do it;\n"
-    "2 nobody listens, or no answer came in time; 64 bad usage, nothing was sent.";
+    "2 nobody listens, no answer came in time, or a configuration file cannot be read; 64 bad\n"
+    "usage, nothing was sent. 'check' ends with 1 when it has something to say.";
 
 // The words of the command line as they stand; they become options when all of it has been read.
 struct tagWords {
@@ -42,6 +44,8 @@ struct tagWords {
   std::string m_Third;
   bool m_HasThird = false;
   std::vector<std::string> m_Text;  // of "send"
+  std::string m_Lines;
+  bool m_HasLines = false;
 };
 
 using Finish = std::function<void(tagOptions& options, const tagWords& words)>;
@@ -126,6 +130,14 @@ Finish FinishPlain(eAction action) {
   return [action](tagOptions& options, const tagWords&) { options.m_Action = action; };
 }
 
+void FinishLogs(tagOptions& options, const tagWords& words) {
+  options.m_Action = eAction::kLogs;
+  if (!words.m_HasLines) return;
+  const auto lines = ParseNumber(words.m_Lines);
+  if (!lines || *lines < 0) Refuse("'" + Printable(words.m_Lines) + "' is no number of lines");
+  options.m_Lines = static_cast<uint64_t>(*lines);
+}
+
 bool IsCommonOption(const std::string& word) {
   return word == "--host" || word == "--port" || word == "--timeout";
 }
@@ -175,6 +187,7 @@ class CCommandLine {
     AddChanges();
     AddTerminals();
     AddOthers();
+    AddFiles();
   }
 
   void Parse(int argc, char** argv) {
@@ -184,6 +197,7 @@ class CCommandLine {
     const CLI::App* const command = m_App.get_subcommands().front();
     m_Words.m_HasFor = IsGiven(*command, "--for");
     m_Words.m_HasThird = IsGiven(*command, "MODULE");
+    m_Words.m_HasLines = IsGiven(*command, "--lines");
     FinishCommon();
     m_Finish.at(command)(m_Options, m_Words);
   }
@@ -315,6 +329,29 @@ class CCommandLine {
         [](tagOptions& options, const tagWords& words) { FinishSend(words.m_Text, options); });
     Add("ps", "The processes here that have libkelvik.so loaded and a console open",
         FinishPlain(eAction::kPs));
+  }
+
+  // What works on files alone, without a process.
+  void AddFiles() {
+    CLI::App* const logs =
+        m_App.add_subcommand("logs", "Print the ring of log files, the oldest record first");
+    m_Finish[logs] = FinishLogs;
+    logs->add_option("--config", m_Options.m_Config,
+                     "The configuration file that keeps the list of files")
+        ->required()
+        ->type_name("FILE");
+    logs->add_flag("-f,--follow", m_Options.m_IsFollowing,
+                   "Go on with what is written, until Ctrl-C");
+    logs->add_option("-n,--lines", m_Words.m_Lines, "Only the last LINES of the lines [all]")
+        ->type_name("LINES");
+    logs->add_option("--module", m_Options.m_Module, "Only records of that module")
+        ->type_name("NAME");
+    logs->add_option("--grep", m_Options.m_Text, "Only lines that contain TEXT, as it stands")
+        ->type_name("TEXT");
+    CLI::App* const check =
+        m_App.add_subcommand("check", "Tell what is wrong in a configuration file, line by line");
+    m_Finish[check] = FinishPlain(eAction::kCheck);
+    check->add_option("FILE", m_Options.m_Config)->required()->type_name("");
   }
 
   tagOptions& m_Options;

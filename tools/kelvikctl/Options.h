@@ -29,6 +29,8 @@ enum class eAction {
   kSave,     // m_Text
   kSend,     // m_Text
   kPs,
+  kLogs,   // m_Config, m_IsFollowing, m_Lines, m_Module, m_Text
+  kCheck,  // m_Config
 };
 
 struct tagOptions {
@@ -46,6 +48,9 @@ struct tagOptions {
   int32_t m_Number = 0;
   std::optional<int> m_ForMs;
   int m_EveryMs = 2000;
+  std::string m_Config;
+  bool m_IsFollowing = false;
+  std::optional<uint64_t> m_Lines;  // none: all
 };
 
 // Reads and checks everything that can be checked without the process; all texts that will be sent

@@ -38,8 +38,8 @@ int Run(int argc, char** argv) {
   tagOptions options;
   const std::optional<int> exitCode = ParseOptions(argc, argv, options);
   if (exitCode) return *exitCode;
-  RunCommand(options);
-  return FinishOutput() ? kExitDone : Fail(kExitRefused, "cannot write to standard output");
+  const int result = RunCommand(options);
+  return FinishOutput() ? result : Fail(kExitRefused, "cannot write to standard output");
 }
 
 }  // namespace

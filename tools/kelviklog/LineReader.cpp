@@ -50,7 +50,7 @@ bool CLineReader::Rest(tagLine& line) {
 }
 
 tagLine CLineReader::Take(std::size_t length, std::size_t skipped, bool isEnd) {
-  const tagLine line = {m_Buffer.data() + m_Start, length, m_IsStart};
+  const tagLine line = {m_Buffer.data() + m_Start, length, m_IsStart, isEnd};
   m_Start += length + skipped;
   m_Seen = std::max(m_Seen, m_Start);
   m_IsStart = isEnd;

@@ -15,6 +15,7 @@ struct tagLine {
   char* m_Text;          // without the line end
   std::size_t m_Length;  // bytes; any value may be among them, but '\n'
   bool m_IsStart;        // the line begins here; false for the later parts of a long one
+  bool m_IsEnd;          // nothing of the line follows
 };
 
 // For one thread. Memory is allocated by the constructor only. Use in turn: Space, read into it,
