@@ -17,6 +17,19 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/finish-debian.cmake)
 set(CPACK_KELVIK_SOURCE ${PROJECT_SOURCE_DIR})
 
+# For another machine, whose libraries dpkg-shlibdeps does not know, and whose architecture CPack would
+# not look for.
+set(shlibdeps ON)
+set(named "")
+if(CMAKE_CROSSCOMPILING AND CMAKE_LIBRARY_ARCHITECTURE)
+  execute_process(
+    COMMAND dpkg-architecture -t ${CMAKE_LIBRARY_ARCHITECTURE} -q DEB_HOST_ARCH
+    OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE
+    ERROR_QUIET OUTPUT_STRIP_TRAILING_WHITESPACE)
+  set(shlibdeps OFF)
+  set(named ", libc6, libgcc-s1, libstdc++6")
+endif()
+
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${KELVIK_DEBIAN_RELEASE})
@@ -34,7 +47,8 @@ bounded size. Levels, outputs and limits are changed in the running process.")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkelvik${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ${shlibdeps})
+string(REGEX REPLACE "^, " "" CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${named}")
 file(WRITE ${PROJECT_BINARY_DIR}/installed/triggers "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/installed/triggers)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
@@ -55,8 +69,9 @@ for CMake and pkg-config, the manual page and examples.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kelvik-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libkelvik${PROJECT_VERSION_MAJOR} (= ${version})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ${shlibdeps})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+    "libkelvik${PROJECT_VERSION_MAJOR} (= ${version})${named}")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "${about}
 .
 This package holds kelviklog, a pipe into the library, and kelvikctl, which
