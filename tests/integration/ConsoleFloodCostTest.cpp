@@ -50,7 +50,7 @@ double CostOfRecords() {
 class CFlood {
  public:
   explicit CFlood(uint16_t port) : m_Client(port), m_Thread([this] { Run(); }) {
-    WaitUntil([this] { return m_Sent > 1000; }, 5000);
+    WaitUntil([this] { return m_Sent >= 1000; }, 5000);
   }
   CFlood(const CFlood&) = delete;
   CFlood& operator=(const CFlood&) = delete;
@@ -66,13 +66,13 @@ class CFlood {
     while (!m_IsOver) {
       for (const std::string& text : texts)
         m_Client.SendRaw(text);
-      m_Sent += 5;
+      if (m_Sent < 1000) m_Sent += 5;
     }
   }
 
   CConsoleClient m_Client;
   std::atomic<bool> m_IsOver{false};
-  std::atomic<int64_t> m_Sent{0};
+  std::atomic<int> m_Sent{0};
   std::thread m_Thread;
 };
 
