@@ -246,7 +246,7 @@ class KELVIK_API COutput : public CThread::IExecute {
       __attribute__((visibility("hidden")));
   int LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
              const tagWriter& writer);
-  int Deliver(const tagRecord& record);
+  int Deliver(tagRecord record);
 
   // OutputTerminal.cpp
   const char* Colour(eLogLevel level, const char* module) const;
@@ -258,7 +258,8 @@ class KELVIK_API COutput : public CThread::IExecute {
   // OutputBuffer.cpp. What stores or hands over holds m_BufferMutex. failed is set to the writer
   // whose failure is to be reported once all locks are released.
   int StoreRecord(const char* text, int length);
-  bool AppendQuickly(const tagLimits& limits, const char* text, int length);
+  bool AppendQuickly(const char* text, uint32_t bytes);
+  int StoreSlowly(const char* text, int length);
   int StoreBySize(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
   int StoreByTime(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
   int StoreAtTimeUp(const tagLimits& limits, int32_t now, const char* text, int length,
@@ -271,6 +272,8 @@ class KELVIK_API COutput : public CThread::IExecute {
   bool MakeBuffers(uint32_t size);
   void DropBuffers();
   void HandOver(const tagWriter*& failed);
+  void ExchangeBuffers();
+  void EmptyFront();
   void HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed);
   int WriteBackFirst(const tagWriter& writer, const tagWriter*& failed);
   void DropBack(bool replaced);
@@ -345,7 +348,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   int32_t m_FinishedCount;
   char m_Finished[2][512];
 
-  // Counters. m_Buffered: the fields that a buffered record changes; m_BufferMutex. m_Statistics:
+  // Counters. m_Buffered: what has left the front buffer; m_BufferMutex. m_Statistics:
   // the file's; m_WriteMutex. The others are counted without a lock.
   struct tagBufferedCounters {
     uint64_t m_Records;

@@ -1,8 +1,8 @@
 // The double buffer between the callers and the writer thread.
 //
 // A caller appends its record to the front buffer under m_BufferMutex. When the buffer is full or
-// due, its content is copied to the back buffer under m_WriteMutex (the hand-over) and the writer
-// thread is woken, which writes the back buffer through the file writer of the current mode. A
+// due, the two buffers change places under m_WriteMutex (the hand-over) and the writer thread is
+// woken, which writes the back buffer through the file writer of the current mode. A
 // hand-over never waits for the writer to have written the batch before: what the back buffer still
 // held is replaced.
 //
@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "Context.h"
+#include "CopyBytes.h"
 #include "FileName.h"
 #include "Guard.h"
 #include "Output.h"
@@ -30,6 +31,23 @@ constexpr unsigned kIdlePauseMs = 1000;     // while file output is switched off
 constexpr unsigned kFaultPauseMs = 100;     // when the wait itself fails
 constexpr int32_t kSmallestInterval = 200;  // milliseconds
 constexpr size_t kStampedBytes = 32;        // of m_NextFileName
+
+// Ends a lock that was taken elsewhere, also when the thread is cancelled.
+class CUnlockAtEnd {
+ public:
+  explicit CUnlockAtEnd(CMutex& mutex) : m_Mutex(mutex) {}
+  CUnlockAtEnd(const CUnlockAtEnd&) = delete;
+  CUnlockAtEnd& operator=(const CUnlockAtEnd&) = delete;
+  ~CUnlockAtEnd() { m_Mutex.unlock(); }
+
+ private:
+  CMutex& m_Mutex;
+};
+
+// A word of the packed settings, as a signed number.
+inline int32_t LimitWord(const tagAttribute& attribute, size_t offset) {
+  return LoadUnaligned<int32_t>(reinterpret_cast<const char*>(&attribute) + offset);
+}
 
 uint32_t NonZero(uint32_t moment) {
   return moment == 0 ? 1 : moment;
@@ -49,15 +67,44 @@ int COutput::StoreRecord(const char* text, int length) {
     RelaxedAdd(m_Refused, 1);
     return eResultInvalid;
   }
+  m_BufferMutex.lock();
+  if (!AppendQuickly(text, static_cast<uint32_t>(length))) return StoreSlowly(text, length);
+  m_BufferMutex.unlock();
+  return eResultSuccess;
+}
+
+// What nearly every record needs: rotation by size as before, the buffers as they were, room for
+// the text behind other text, no interval. Returns false, having done nothing, when a record asks
+// for anything else. Caller holds m_BufferMutex.
+inline bool COutput::AppendQuickly(const char* text, uint32_t bytes) {
+  const tagAttribute& global = *Context()->GetAttribute();
+  const int32_t size = LimitWord(global, offsetof(tagAttribute, m_BufferSize));
+  const auto front = static_cast<uint32_t>(m_FrontLength);
+  const bool steady =
+      LimitWord(global, offsetof(tagAttribute, m_LogMaxSize)) > 0 && RelaxedLoad(m_SizeMode) == 1 &&
+      RelaxedLoad(m_TimeMode) == 0 && m_AllocatedSize == static_cast<uint32_t>(size) &&
+      size >= kSmallestBuffer &&
+      LimitWord(global, offsetof(tagAttribute, m_WriteInterval)) < kSmallestInterval &&
+      RelaxedLoad(m_Ended) == eLifeOpen && RelaxedLoad(m_BufferReset) != 1 &&
+      RelaxedLoad(m_DiskFull) != 1;
+  // Without buffers the front length is 0.
+  if (!steady || front == 0 || bytes + front >= m_BufferCapacity) return false;
+  std::memcpy(m_FrontBuffer + front, text, bytes);
+  m_FrontLength = static_cast<int32_t>(front + bytes);
+  ++m_FrontRecords;
+  return true;
+}
+
+// Caller holds m_BufferMutex, which is let go of here.
+int COutput::StoreSlowly(const char* text, int length) {
   const tagWriter* failed = nullptr;
   int result = eResultSuccess;
   {
-    CGuard guard(&m_BufferMutex);
+    const CUnlockAtEnd unlock(m_BufferMutex);
     if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
     if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) return eResultInvalid;
     tagLimits limits;
     ReadLimits(limits);
-    if (AppendQuickly(limits, text, length)) return eResultSuccess;
     if (limits.m_LogMaxSize > 0) {
       result = StoreBySize(limits, text, length, failed);
     } else if (limits.m_LogMaxDuration >= 1) {
@@ -66,27 +113,6 @@ int COutput::StoreRecord(const char* text, int length) {
   }
   Settle(failed);
   return result;
-}
-
-// What nearly every record needs: rotation by size as before, the buffers as they were, room for
-// the text behind other text, no interval. Returns false, having done nothing, when a record asks
-// for anything else. Caller holds m_BufferMutex.
-inline bool COutput::AppendQuickly(const tagLimits& limits, const char* text, int length) {
-  const auto bytes = static_cast<uint32_t>(length);
-  const auto front = static_cast<uint32_t>(m_FrontLength);
-  const bool steady =
-      limits.m_LogMaxSize > 0 && RelaxedLoad(m_SizeMode) == 1 && RelaxedLoad(m_TimeMode) == 0 &&
-      m_AllocatedSize == static_cast<uint32_t>(limits.m_BufferSize) &&
-      limits.m_BufferSize >= kSmallestBuffer && limits.m_WriteInterval < kSmallestInterval;
-  // Without buffers the front length is 0.
-  if (!steady || front == 0 || bytes + front >= m_BufferCapacity) return false;
-  std::memcpy(m_FrontBuffer + front, text, bytes);
-  m_FrontLength += length;
-  ++m_FrontRecords;
-  ++m_Buffered.m_Records;
-  m_Buffered.m_Bytes += bytes;
-  if (front + bytes > m_Buffered.m_HighWater) m_Buffered.m_HighWater = front + bytes;
-  return true;
 }
 
 int COutput::StoreBySize(const tagLimits& limits, const char* text, int length,
@@ -186,10 +212,9 @@ int COutput::Append(const tagWriter& writer, const tagLimits& limits, const char
   RelaxedStore(m_BufferReset, 0);
   const auto bytes = static_cast<uint32_t>(length);
   if (ready && bytes > m_BufferCapacity) return WriteDirect(writer, text, length, failed);
-  ++m_Buffered.m_Records;
-  m_Buffered.m_Bytes += bytes;
   if (!ready) {
     CGuard guard(&m_WriteMutex);
+    CountDirect(length);
     ++m_Statistics.m_RecordsDropped;
     m_Statistics.m_BytesDropped += bytes;
     return eResultSuccess;
@@ -199,9 +224,6 @@ int COutput::Append(const tagWriter& writer, const tagLimits& limits, const char
   std::memcpy(m_FrontBuffer + m_FrontLength, text, bytes);
   m_FrontLength += length;
   ++m_FrontRecords;
-  if (static_cast<uint32_t>(m_FrontLength) > m_Buffered.m_HighWater) {
-    m_Buffered.m_HighWater = static_cast<uint32_t>(m_FrontLength);
-  }
   // The first text in the buffer: a crash must find a file to save it to.
   if (RelaxedLoad(m_FileKeptOpen) != 0 && m_FrontLength == length &&
       LockFile(writer) == eResultSuccess) {
@@ -270,18 +292,17 @@ void COutput::DropBuffers() {
   DropBack(true);
   m_Statistics.m_RecordsReplaced += m_FrontRecords;
   m_Statistics.m_BytesReplaced += static_cast<uint32_t>(m_FrontLength);
+  EmptyFront();
   std::free(m_BackBuffer);
   std::free(m_FrontBuffer);
   m_BackBuffer = nullptr;
   m_FrontBuffer = nullptr;
   m_BufferCapacity = 0;
-  m_FrontLength = 0;
-  m_FrontRecords = 0;
 }
 
-// Moves the front buffer's content to the back buffer, over what that still holds (eOverflowWrite:
-// after that has been written), and wakes the writer. An empty batch is none: it must not replace
-// an unwritten one. Caller holds m_BufferMutex.
+// Moves the front buffer's content to the back buffer, in place of what that still holds
+// (eOverflowWrite: after that has been written), and wakes the writer. An empty batch is none: it
+// must not replace an unwritten one. Caller holds m_BufferMutex.
 void COutput::HandOver(const tagWriter*& failed) {
   const tagWriter* writer = ModeWriter();
   if (RelaxedLoad(m_Overflow) == eOverflowWrite && m_FrontLength > 0 && writer != nullptr) {
@@ -292,15 +313,36 @@ void COutput::HandOver(const tagWriter*& failed) {
     CGuard guard(&m_WriteMutex);
     DropBack(true);
     ++m_HandedOver;
-    std::memcpy(m_BackBuffer, m_FrontBuffer, static_cast<size_t>(m_FrontLength));
-    m_BackLength = m_FrontLength;
-    m_BackRecords = m_FrontRecords;
     ++m_Statistics.m_Batches;
     m_Statistics.m_BytesHandedOver += static_cast<uint32_t>(m_FrontLength);
-    m_FrontLength = 0;
-    m_FrontRecords = 0;
+    ExchangeBuffers();
   }
   WakeWriter();
+}
+
+// Gives the back buffer, which is empty, the front buffer's content, in an order in which a crash
+// may come at any step: what is in either buffer is then saved, never what is left of older text.
+// Caller holds both mutexes.
+void COutput::ExchangeBuffers() {
+  char* const empty = m_BackBuffer;
+  RelaxedStore(m_BackBuffer, m_FrontBuffer);
+  OrderStores();
+  RelaxedStore(m_BackLength, m_FrontLength);
+  m_BackRecords = m_FrontRecords;
+  OrderStores();
+  EmptyFront();
+  OrderStores();
+  RelaxedStore(m_FrontBuffer, empty);
+}
+
+// Caller holds m_BufferMutex.
+void COutput::EmptyFront() {
+  const auto bytes = static_cast<uint32_t>(m_FrontLength);
+  m_Buffered.m_Records += m_FrontRecords;
+  m_Buffered.m_Bytes += bytes;
+  if (bytes > m_Buffered.m_HighWater) m_Buffered.m_HighWater = bytes;
+  m_FrontRecords = 0;
+  RelaxedStore(m_FrontLength, 0);
 }
 
 void COutput::HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed) {

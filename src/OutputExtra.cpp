@@ -6,6 +6,7 @@
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -64,9 +65,10 @@ void COutput::GetStatistics(tagOutputStatistics& statistics) {
   CGuard bufferGuard(&m_BufferMutex);
   CGuard writeGuard(&m_WriteMutex);
   statistics = m_Statistics;
-  statistics.m_RecordsAccepted += m_Buffered.m_Records;
-  statistics.m_BytesAccepted += m_Buffered.m_Bytes;
-  statistics.m_BufferHighWater = m_Buffered.m_HighWater;
+  const auto waiting = static_cast<uint32_t>(m_FrontLength);
+  statistics.m_RecordsAccepted += m_Buffered.m_Records + m_FrontRecords;
+  statistics.m_BytesAccepted += m_Buffered.m_Bytes + waiting;
+  statistics.m_BufferHighWater = std::max(m_Buffered.m_HighWater, waiting);
   statistics.m_BelowLevel = RelaxedLoad(m_BelowLevel);
   statistics.m_Refused = RelaxedLoad(m_Refused);
   statistics.m_TerminalRecords = RelaxedLoad(m_TerminalRecords);

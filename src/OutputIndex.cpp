@@ -57,8 +57,7 @@ int COutput::ClearFileInfo() {
   DropBack(false);
   m_Statistics.m_RecordsDropped += m_FrontRecords;
   m_Statistics.m_BytesDropped += static_cast<uint32_t>(m_FrontLength);
-  m_FrontLength = 0;
-  m_FrontRecords = 0;
+  EmptyFront();
   m_FileSize = 0;
   m_FileIndex = 0;
   char config[kConfigFieldBytes] = {};

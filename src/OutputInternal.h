@@ -60,7 +60,7 @@ struct tagRecord {
   const char* m_Module;
   const char* m_Text;  // NUL-terminated
   int m_Length;        // bytes for the file
-  int m_Skip;          // leading bytes that syslog does not see
+  int m_Skip;          // leading bytes that syslog does not see; may be more than there are
   char* m_Composable;  // m_Text when kColourBytes stand free before it and behind it, else null
 };
 

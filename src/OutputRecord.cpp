@@ -6,6 +6,7 @@
 
 #include <syslog.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -129,13 +130,18 @@ struct tagRecordText {
 
 }  // namespace
 
-inline int COutput::Deliver(const tagRecord& record) {
+// By value, so that a record that only the file sees is never stored.
+inline int COutput::Deliver(tagRecord record) {
   const tagAttribute* global = GlobalSettings();
-  if (RelaxedLoad(global->m_OutputConsole) != 0) PrintRecord(record);
-  if (RelaxedLoad(global->m_OutputSystem) != 0 &&
-      !WriteSystemLog(record.m_Level, record.m_Text + record.m_Skip, kSinkLevelLine,
-                      m_SystemRecords)) {
-    return eResultInvalid;
+  if (RelaxedLoad(global->m_OutputConsole) != 0) {
+    const tagRecord printed = record;
+    PrintRecord(printed);
+  }
+  if (RelaxedLoad(global->m_OutputSystem) != 0) {
+    const char* const text = record.m_Text + std::min(record.m_Skip, record.m_Length);
+    if (!WriteSystemLog(record.m_Level, text, kSinkLevelLine, m_SystemRecords)) {
+      return eResultInvalid;
+    }
   }
   // Switched off, or put back to its default by the end of the process, which has lost the record.
   if (RelaxedLoad(global->m_OutputFile) == 0) {
@@ -169,13 +175,15 @@ int COutput::MakeRecord(eLogLevel level, const char* module, const char* title,
     length = WriteUsualPrefix(text, module, title, settings, dateTimeLength);
   }
   if (length == 0) {
-    length = WritePrefix(text, kRecordBytes, {level, module, title, &settings, message.m_Place},
-                         dateTimeLength);
+    int given = dateTimeLength;
+    length =
+        WritePrefix(text, kRecordBytes, {level, module, title, &settings, message.m_Place}, given);
+    dateTimeLength = given;
   }
   errno = callerErrno;  // "%m" means the caller's
   length += FormatMessage(text + length, kRecordBytes - length, message.m_Format, message.m_List);
   const int skip = dateTimeLength == 0 ? 0 : dateTimeLength + 1;
-  const int result = Deliver({level, module, text, length, skip < length ? skip : length, text});
+  const int result = Deliver({level, module, text, length, skip, text});
   errno = callerErrno;
   return result;
 }

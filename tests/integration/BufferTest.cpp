@@ -177,8 +177,8 @@ CHILD_CASE(StartKeeps) {
   EXPECT_EQ(0, WriteBufferContent2File());
   EXPECT_EQ(6, Look(Output().m_BackLength));
   EXPECT_EQ(0, Initialize());
-  EXPECT_EQ(front, Look(Output().m_FrontBuffer));
-  EXPECT_EQ(back, Look(Output().m_BackBuffer));
+  EXPECT_EQ(front, Look(Output().m_BackBuffer)) << "the hand-over has exchanged them";
+  EXPECT_EQ(back, Look(Output().m_FrontBuffer));
   ExpectTextSoon(args[1], "early\n");
   EXPECT_EQ(0, LogLine("late"));
   EXPECT_EQ(0, WriteBufferContent2File());
