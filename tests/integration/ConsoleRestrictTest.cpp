@@ -22,6 +22,7 @@
 namespace Kelvik {
 namespace {
 
+constexpr int kLimitMs = 30000;
 constexpr uid_t kNobody = 65534;
 constexpr uid_t kDaemon = 1;
 constexpr unsigned kEverything = eRestrictTerminals | eRestrictLogPath | eRestrictSenders;
@@ -86,7 +87,7 @@ CHILD_CASE(Flags) {
 }
 
 TEST(ConsoleRestrict, LogPathIsRefusedAndTheRestObeyedWhileTheFlagStands) {
-  EXPECT_TRUE(Succeeded(RunChild("Flags")));
+  EXPECT_TRUE(Succeeded(RunChild("Flags", {}, kLimitMs)));
 }
 
 int PrintHere(int fd, const char*, const char*, void* calls) {
@@ -132,7 +133,7 @@ CHILD_CASE(NoTerminal) {
 }
 
 TEST(ConsoleRestrict, WhatIsNoTerminalIsNeitherWrittenNorOpened) {
-  EXPECT_TRUE(Succeeded(RunChild("NoTerminal", {}, 20000)));
+  EXPECT_TRUE(Succeeded(RunChild("NoTerminal", {}, kLimitMs)));
 }
 
 CHILD_CASE(Terminals) {
@@ -173,7 +174,7 @@ CHILD_CASE(Terminals) {
 }
 
 TEST(ConsoleRestrict, TerminalsAreOpenedByTheSystemsNameForThem) {
-  EXPECT_TRUE(Succeeded(RunChild("Terminals")));
+  EXPECT_TRUE(Succeeded(RunChild("Terminals", {}, kLimitMs)));
 }
 
 // --- Senders ---
@@ -185,7 +186,7 @@ int TakeValue(int value, void* sum) {
 
 // Waits until the value behind it is set.
 int WaitForRelease(int, void* isReleased) {
-  WaitUntil([&] { return static_cast<std::atomic<bool>*>(isReleased)->load(); }, 10000);
+  WaitUntil([&] { return static_cast<std::atomic<bool>*>(isReleased)->load(); }, kLimitMs);
   return 0;
 }
 
@@ -233,7 +234,7 @@ CHILD_CASE(OwnSenders) {
 }
 
 TEST(ConsoleRestrict, OwnUserIsObeyed) {
-  EXPECT_TRUE(Succeeded(RunChild("OwnSenders")));
+  EXPECT_TRUE(Succeeded(RunChild("OwnSenders", {}, kLimitMs)));
 }
 
 CHILD_CASE(ClosedSender) {
@@ -258,7 +259,7 @@ CHILD_CASE(ClosedSender) {
 }
 
 TEST(ConsoleRestrict, SenderThatIsGoneIsNobodysAndDenied) {
-  EXPECT_TRUE(Succeeded(RunChild("ClosedSender")));
+  EXPECT_TRUE(Succeeded(RunChild("ClosedSender", {}, kLimitMs)));
 }
 
 // Becomes the user, for good and in every respect.
@@ -288,7 +289,7 @@ CHILD_CASE(Server) {
   EXPECT_EQ(0, KelvikExtra_RestrictConsole(eRestrictSenders));
   std::printf("port %u.\n", static_cast<unsigned>(console.Port()));
   std::fflush(stdout);
-  EXPECT_TRUE(WaitUntil([&] { return isOver.load(); }, 20000));
+  EXPECT_TRUE(WaitUntil([&] { return isOver.load(); }, kLimitMs));
   std::printf("denied %u\n", static_cast<unsigned>(Counters().m_DatagramsDenied));
   return 0;
 }
@@ -313,14 +314,14 @@ std::unique_ptr<CChild> SendAs(uid_t user, const std::string& port,
   args.insert(args.end(), texts.begin(), texts.end());
   tagChildOptions options;
   options.m_IsInputPiped = true;
-  options.m_LimitMs = 30000;
+  options.m_LimitMs = kLimitMs;
   auto sender = std::make_unique<CChild>(ChildCommand("SendAs", args), options);
-  EXPECT_TRUE(sender->WaitForOutput("sent\n", 10000)) << sender->Errors();
+  EXPECT_TRUE(sender->WaitForOutput("sent\n", kLimitMs)) << sender->Errors();
   return sender;
 }
 
 std::string PortOfServer(CChild& server) {
-  EXPECT_TRUE(server.WaitForOutput(".\n", 10000)) << server.Errors();
+  EXPECT_TRUE(server.WaitForOutput(".\n", kLimitMs)) << server.Errors();
   const std::string output = server.Output();
   const size_t begin = output.find("port ") + 5;
   return output.substr(begin, output.find('.', begin) - begin);
@@ -331,7 +332,7 @@ std::string PortOfServer(CChild& server) {
 void TryUsers(uid_t serverUser, const std::vector<uid_t>& strangers,
               const std::vector<uid_t>& friends) {
   tagChildOptions options;
-  options.m_LimitMs = 30000;
+  options.m_LimitMs = kLimitMs;
   CChild server(ChildCommand("Server", {std::to_string(serverUser)}), options);
   const std::string port = PortOfServer(server);
   std::vector<std::unique_ptr<CChild>> senders;
@@ -340,7 +341,7 @@ void TryUsers(uid_t serverUser, const std::vector<uid_t>& strangers,
   for (const uid_t user : friends) {
     const std::string value = std::to_string(100000 + user);
     senders.push_back(SendAs(user, port, {"-set test value " + value}));
-    EXPECT_TRUE(server.WaitForOutput("value " + value, 10000)) << user;
+    EXPECT_TRUE(server.WaitForOutput("value " + value, kLimitMs)) << user;
   }
   senders.push_back(SendAs(friends[0], port, {"-set test end 1"}));
   const tagChildResult result = server.Wait();

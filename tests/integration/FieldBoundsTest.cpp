@@ -18,6 +18,7 @@
 namespace Kelvik {
 namespace {
 
+constexpr int kLimitMs = 60000;         // saves wait for the disk, which may be busy
 constexpr size_t kDatagramText = 2044;  // the longest text that a console takes
 
 // Around a field of so many characters, its terminator not counted where it needs one.
@@ -88,7 +89,7 @@ CHILD_CASE(LogPathByCall) {
 }
 
 TEST(FieldBounds, LogPathByCall) {
-  EXPECT_TRUE(RunCase("LogPathByCall"));
+  EXPECT_TRUE(RunCase("LogPathByCall", {}, kLimitMs));
 }
 
 CHILD_CASE(LogPathByConsole) {
@@ -106,7 +107,7 @@ CHILD_CASE(LogPathByConsole) {
 }
 
 TEST(FieldBounds, LogPathByConsole) {
-  EXPECT_TRUE(RunCase("LogPathByConsole"));
+  EXPECT_TRUE(RunCase("LogPathByConsole", {}, kLimitMs));
 }
 
 CHILD_CASE(Load) {
@@ -121,7 +122,7 @@ Entries StateAfter(const std::string& content) {
   const CTempDir folder;
   const std::string path = folder.File("kelvik.ini");
   EXPECT_TRUE(WriteFile(path, content));
-  const tagChildResult result = RunChild("Load", {"", "", path});
+  const tagChildResult result = RunChild("Load", {"", "", path}, kLimitMs);
   EXPECT_TRUE(Succeeded(result));
   return ParseState(result.m_Output);
 }
@@ -156,7 +157,7 @@ CHILD_CASE(NamesByCall) {
 }
 
 TEST(FieldBounds, FileNamesByCall) {
-  EXPECT_TRUE(RunCase("NamesByCall"));
+  EXPECT_TRUE(RunCase("NamesByCall", {}, kLimitMs));
 }
 
 TEST(FieldBounds, FileNamesByConfigurationFile) {
@@ -188,7 +189,7 @@ CHILD_CASE(ConfigPath) {
 
 TEST(FieldBounds, ConfigurationPath) {
   for (const size_t length : LengthsAround(127))
-    EXPECT_TRUE(RunCase("ConfigPath", {std::to_string(length)}));
+    EXPECT_TRUE(RunCase("ConfigPath", {std::to_string(length)}, kLimitMs));
 }
 
 // --- Callbacks: module and title of 128 characters with their terminators ---
@@ -244,7 +245,7 @@ CHILD_CASE(Callbacks) {
 }
 
 TEST(FieldBounds, CallbackNames) {
-  EXPECT_TRUE(RunCase("Callbacks"));
+  EXPECT_TRUE(RunCase("Callbacks", {}, kLimitMs));
 }
 
 // --- The other words of the console ---
@@ -269,7 +270,7 @@ CHILD_CASE(Words) {
 }
 
 TEST(FieldBounds, WordsOfTheConsole) {
-  EXPECT_TRUE(RunCase("Words"));
+  EXPECT_TRUE(RunCase("Words", {}, kLimitMs));
 }
 
 // --- Names of records: 8192 bytes with prefix and message, 256 of a raw record's prefix ---
@@ -311,7 +312,7 @@ CHILD_CASE(RecordNames) {
 }
 
 TEST(FieldBounds, NamesOfRecords) {
-  EXPECT_TRUE(RunCase("RecordNames", {}, 20000));
+  EXPECT_TRUE(RunCase("RecordNames", {}, kLimitMs));
 }
 
 CHILD_CASE(ModuleNames) {
@@ -335,7 +336,7 @@ CHILD_CASE(ModuleNames) {
 }
 
 TEST(FieldBounds, NamesOfModules) {
-  EXPECT_TRUE(RunCase("ModuleNames"));
+  EXPECT_TRUE(RunCase("ModuleNames", {}, kLimitMs));
 }
 
 }  // namespace
