@@ -13,8 +13,8 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <streambuf>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Writes a file so that a process killed, or a power cut, at any moment leaves the old bytes or
@@ -98,11 +98,10 @@ inline bool xini_saver_t::save(const std::string& path, const std::string& bytes
   return error == 0;
 }
 
-// A stream's buffer over the file at a path. The open never blocks; what may never end or never
-// begin (a device, a pipe) is not read.
-class xini_saver_t::reader_t : public std::streambuf {
+// Reads the file at a path. The open never blocks; what may never end or never begin (a device, a
+// pipe) is not read.
+class xini_saver_t::reader_t {
  public:
-  // Opens the file; error() tells whether that went well.
   explicit reader_t(const std::string& path)
       : m_file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)), m_error(0) {
     struct stat status {};
@@ -116,18 +115,16 @@ class xini_saver_t::reader_t : public std::streambuf {
   // 0, or the errno value that ended the reading before the end of the file.
   int error() const { return m_error; }
 
- protected:
-  // Reads the next bytes: the stream's own call.
-  int_type underflow() override {
-    if (m_error != 0) return traits_type::eof();
+  // The next bytes, as many as there are and fit; they stay until the next call. None at the end of
+  // the file and after an error.
+  std::string_view read() {
+    if (m_error != 0) return {};
     ssize_t got = -1;
     do {
       got = ::read(m_file.get(), m_bytes.data(), m_bytes.size());
     } while (got < 0 && errno == EINTR);
     if (got < 0) m_error = errno;
-    if (got <= 0) return traits_type::eof();
-    setg(m_bytes.data(), m_bytes.data(), m_bytes.data() + got);
-    return traits_type::to_int_type(m_bytes[0]);
+    return {m_bytes.data(), got > 0 ? static_cast<std::size_t>(got) : 0};
   }
 
  private:

@@ -6,10 +6,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <sstream>
 #include <string>
+#include <vector>
 
+#include "../unit/IniCollisions.h"
 #include "FailingNew.h"
 #include "FileTools.h"
 #include "IniFile.h"
@@ -125,6 +128,70 @@ TEST_F(IniMemoryFault, EachChangeIsDoneOrNot) {
       doc.release();
       ASSERT_TRUE(IsWhole(ReadFile(Path()), Path())) << ReadFile(Path());
     }
+  }
+}
+
+// Names of one hash: at some of them the table grows, and at one it gives up. Each name is taken in
+// or refused, and the others stay.
+TEST_F(IniMemoryFault, NameIsEnteredOrNot) {
+  const std::vector<std::string> names = CollidingNames(10);
+  ASSERT_EQ(1024u, names.size());
+  xini_section_t section(nullptr);
+  int refused = 0;
+  for (std::size_t i = 0; i + 1 < names.size(); ++i) {
+    SCOPED_TRACE(i);
+    std::unique_ptr<xini_keyvalue_t> key(xini_keyvalue_t::try_create(names[i] + "=", nullptr));
+    for (int nth = 1; key != nullptr; ++nth) {
+      FailNew(nth);
+      try {
+        if (section.push_node(key.get())) key.release();
+      } catch (const std::bad_alloc&) {
+        ++refused;
+      }
+      StopFailingNew();
+      ASSERT_EQ(key == nullptr, section.find_knode(names[i]) != nullptr);
+    }
+    ASSERT_NE(nullptr, section.find_knode(names[i / 2]));
+    // The newest key gets the next name and its own one back.
+    xini_keyvalue_t* const newest = section.find_knode(names[i]);
+    for (const std::string& name : {names[i + 1], names[i]}) {
+      bool isRenamed = false;
+      for (int nth = 1; !isRenamed; ++nth) {
+        FailNew(nth);
+        try {
+          isRenamed = section.rename_nsub(newest, name);
+        } catch (const std::bad_alloc&) {
+          ++refused;
+        }
+        StopFailingNew();
+        ASSERT_EQ(newest, section.find_knode(newest->kname()));
+      }
+      ASSERT_EQ(name, newest->kname());
+    }
+  }
+  EXPECT_GT(refused, 2000);
+  for (std::size_t i = 0; i + 1 < names.size(); ++i)
+    ASSERT_NE(nullptr, section.find_knode(names[i]));
+}
+
+// A removed key leaves a comment block that a new header takes along.
+TEST_F(IniMemoryFault, HeaderBehindARemovedKeyIsEnteredOrNot) {
+  bool hasFailed = true;
+  for (int nth = 1; hasFailed; ++nth) {
+    SCOPED_TRACE(nth);
+    std::istringstream before("[a]\n; b" + kLong + "\n\n; c\n\nk=1\n");
+    std::istringstream header("[new section" + kLong + "]\n");
+    xini_file_t doc("");
+    doc << before;
+    ASSERT_TRUE(doc["a"].key_remove("k"));
+    FailNew(nth);
+    try {
+      doc << header;
+    } catch (const std::bad_alloc&) {
+    }
+    hasFailed = StopFailingNew();
+    doc["new section" + kLong]["x"] = "1";
+    doc.set_dirty(false);
   }
 }
 

@@ -1,0 +1,211 @@
+// The names of a section's keys or of a document's sections, found without regard to case. A part
+// of IniFile.h.
+
+#ifndef KELVIK_ININAMES_H_
+#define KELVIK_ININAMES_H_
+
+#include <stdint.h>
+
+#include <cstddef>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "IniNode.h"
+
+// Keys or sections by name, none of them owned. A table with open addressing, at most two thirds
+// full, where a name stands within kReach slots of its place. A file can be made such that this
+// does not hold (names of equal hash); then the names are kept in order instead, which takes a
+// little longer, whatever they are. So nothing that a file holds costs more than the logarithm of
+// the number of names.
+class xini_names_t {
+ public:
+  xini_names_t() = default;
+  xini_names_t(const xini_names_t&) = delete;
+  xini_names_t& operator=(const xini_names_t&) = delete;
+
+  // The node of that name, or null.
+  xini_node_t* find(const char* name) const;
+
+  // Enters a key or section. Returns it, or the node that has its name already. When memory runs
+  // out (std::bad_alloc), nothing has changed.
+  xini_node_t* insert(xini_node_t* node);
+
+  // Forgets a node that was entered.
+  void erase(xini_node_t* node) noexcept;
+
+  // Enters a node under another name: exchanges `name`, which no node has, with `own`, the string
+  // that holds the node's name. When memory runs out, nothing has changed.
+  void rename(xini_node_t* node, std::string& own, std::string& name);
+
+  // What spreads the names over the table.
+  static uint32_t hash_of(const char* name);
+
+  void clear() noexcept;
+  bool is_empty() const { return m_count == 0 && (m_ordered == nullptr || m_ordered->empty()); }
+
+ private:
+  struct slot_t {
+    xini_node_t* node;  // null in a free slot
+    uint32_t hash;
+  };
+  struct order_t {
+    using is_transparent = void;
+    bool operator()(const xini_node_t* left, const xini_node_t* right) const {
+      return xini_node_t::xstr_icmp(name_of(left), name_of(right)) < 0;
+    }
+    bool operator()(const xini_node_t* left, const char* right) const {
+      return xini_node_t::xstr_icmp(name_of(left), right) < 0;
+    }
+    bool operator()(const char* left, const xini_node_t* right) const {
+      return xini_node_t::xstr_icmp(left, name_of(right)) < 0;
+    }
+  };
+  using ordered_t = std::set<xini_node_t*, order_t>;
+
+  static constexpr uint32_t kFewest = 4;       // slots of the smallest table
+  static constexpr uint32_t kMost = 1u << 31;  // and of the largest
+  static constexpr uint32_t kReach = 512;      // slots that are looked at for a name
+  static constexpr uint32_t kNoSlot = ~0u;
+
+  static const char* name_of(const xini_node_t* node);
+  uint32_t find_slot(const char* name, uint32_t hash) const;
+  uint32_t make_room(const char* name, uint32_t hash);
+  bool grow();
+  void keep_in_order();
+
+  std::unique_ptr<slot_t[]> m_slots;     // a power of two of them, or none
+  uint32_t m_mask = 0;                   // the number of slots less one
+  uint32_t m_count = 0;                  // slots that are taken
+  std::unique_ptr<ordered_t> m_ordered;  // instead of the slots once a name was out of reach
+};
+
+// FNV-1a over the folded letters; the last step spreads the upper bits to the lower ones.
+inline uint32_t xini_names_t::hash_of(const char* name) {
+  uint32_t hash = 2166136261u;
+  for (; *name != '\0'; ++name) {
+    hash = (hash ^ static_cast<unsigned char>(xini_node_t::fold(*name))) * 16777619u;
+  }
+  return hash ^ (hash >> 15);
+}
+
+// The slot of a name or, where it is none, the free one for it; kNoSlot when there is neither.
+inline uint32_t xini_names_t::find_slot(const char* name, uint32_t hash) const {
+  if (m_slots == nullptr) return kNoSlot;
+  for (uint32_t step = 0; step < kReach; ++step) {
+    const uint32_t at = (hash + step) & m_mask;
+    const slot_t& slot = m_slots[at];
+    if (slot.node == nullptr) return at;
+    if (slot.hash == hash && xini_node_t::xstr_icmp(name_of(slot.node), name) == 0) return at;
+  }
+  return kNoSlot;
+}
+
+inline xini_node_t* xini_names_t::find(const char* name) const {
+  if (m_ordered != nullptr) {
+    const auto found = m_ordered->find(name);
+    return found != m_ordered->end() ? *found : nullptr;
+  }
+  const uint32_t at = find_slot(name, hash_of(name));
+  return at != kNoSlot ? m_slots[at].node : nullptr;
+}
+
+inline xini_node_t* xini_names_t::insert(xini_node_t* node) {
+  if (m_ordered == nullptr) {
+    const char* name = name_of(node);
+    const uint32_t hash = hash_of(name);
+    uint32_t at = find_slot(name, hash);
+    if (at != kNoSlot && m_slots[at].node != nullptr) return m_slots[at].node;
+    at = make_room(name, hash);
+    if (at != kNoSlot) {
+      m_slots[at] = {node, hash};
+      ++m_count;
+      return node;
+    }
+  }
+  return *m_ordered->insert(node).first;
+}
+
+inline void xini_names_t::erase(xini_node_t* node) noexcept {
+  if (m_ordered != nullptr) {
+    m_ordered->erase(m_ordered->find(node));
+    return;
+  }
+  const char* name = name_of(node);
+  uint32_t hole = find_slot(name, hash_of(name));
+  // What stands behind moves up, unless it would come to stand before its place.
+  for (uint32_t at = (hole + 1) & m_mask; m_slots[at].node != nullptr; at = (at + 1) & m_mask) {
+    const uint32_t wayFromHome = (at - m_slots[at].hash) & m_mask;
+    if (wayFromHome < ((at - hole) & m_mask)) continue;
+    m_slots[hole] = m_slots[at];
+    hole = at;
+  }
+  m_slots[hole].node = nullptr;
+  --m_count;
+}
+
+inline void xini_names_t::rename(xini_node_t* node, std::string& own, std::string& name) {
+  const uint32_t hash = hash_of(name.c_str());
+  if (m_ordered == nullptr) make_room(name.c_str(), hash);
+  if (m_ordered != nullptr) {
+    auto entry = m_ordered->extract(m_ordered->find(node));
+    own.swap(name);
+    m_ordered->insert(std::move(entry));
+    return;
+  }
+  erase(node);
+  own.swap(name);
+  m_slots[find_slot(own.c_str(), hash)] = {node, hash};
+  ++m_count;
+}
+
+inline void xini_names_t::clear() noexcept {
+  m_slots.reset();
+  m_ordered.reset();
+  m_mask = 0;
+  m_count = 0;
+}
+
+// The free slot for one more name, which is in none; kNoSlot when names are kept in order from now
+// on.
+inline uint32_t xini_names_t::make_room(const char* name, uint32_t hash) {
+  const bool isFull = m_slots == nullptr || m_count >= (m_mask + 1) / 3 * 2;
+  if (!isFull || grow()) {
+    const uint32_t at = find_slot(name, hash);
+    if (at != kNoSlot) return at;
+  }
+  keep_in_order();
+  return kNoSlot;
+}
+
+// Doubles the table. False, and the old table stays, when it has its full size or a name would be
+// out of reach.
+inline bool xini_names_t::grow() {
+  if (m_mask == kMost - 1) return false;
+  const uint32_t size = m_slots != nullptr ? (m_mask + 1) * 2 : kFewest;
+  std::unique_ptr<slot_t[]> slots(new slot_t[size]());
+  for (uint32_t from = 0; m_slots != nullptr && from <= m_mask; ++from) {
+    if (m_slots[from].node == nullptr) continue;
+    uint32_t step = 0;
+    while (step < kReach && slots[(m_slots[from].hash + step) & (size - 1)].node != nullptr)
+      ++step;
+    if (step == kReach) return false;
+    slots[(m_slots[from].hash + step) & (size - 1)] = m_slots[from];
+  }
+  m_slots = std::move(slots);
+  m_mask = size - 1;
+  return true;
+}
+
+inline void xini_names_t::keep_in_order() {
+  std::unique_ptr<ordered_t> ordered(new ordered_t);
+  for (uint32_t at = 0; m_slots != nullptr && at <= m_mask; ++at) {
+    if (m_slots[at].node != nullptr) ordered->insert(m_slots[at].node);
+  }
+  m_ordered = std::move(ordered);
+  m_slots.reset();
+  m_count = 0;
+}
+
+#endif  // KELVIK_ININAMES_H_
