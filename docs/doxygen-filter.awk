@@ -21,7 +21,7 @@ function print_lines(mark,    i) {
 }
 
 function is_declaration(text) {
-  if (text ~ /^ *(}|public:|protected:|private:|friend |namespace |extern "C"|__attribute__|(virtual )?~|#)/)
+  if (text ~ /^ *([}]|public:|protected:|private:|friend |namespace |extern "C"|__attribute__|(virtual )?~|#)/)
     return text ~ /^#define /
   return text !~ /= delete;/
 }
@@ -31,7 +31,7 @@ function braces(text) {
   gsub(/\\./, "", text)
   gsub(/"[^"]*"|'[^']*'/, "", text)
   sub(/\/\/.*/, "", text)
-  return gsub(/{/, "", text) - gsub(/}/, "", text)
+  return gsub(/[{]/, "", text) - gsub(/[}]/, "", text)
 }
 
 body && /^ *\/\// { print; next }
