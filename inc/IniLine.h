@@ -18,6 +18,7 @@
 // An empty line.
 class xini_nilline_t : public xini_node_t {
  public:
+  // Makes an empty line. `owner` as for every node: not owned, null or outliving the node.
   explicit xini_nilline_t(xini_node_t* owner) : xini_node_t(XINI_NTYPE_NILLINE, owner) {}
 
   std::ostream& operator>>(std::ostream& stream) const override { return stream << std::endl; }
@@ -73,6 +74,7 @@ class xini_keyvalue_t : public xini_node_t {
     return stream << m_xstr_kname << '=' << m_xstr_value << std::endl;
   }
 
+  // The name and the value as they stand, trimmed; the references live as long as the node.
   const std::string& kname() const { return m_xstr_kname; }
   const std::string& value() const { return m_xstr_value; }
 

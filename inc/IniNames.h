@@ -42,7 +42,10 @@ class xini_names_t {
   // What spreads the names over the table.
   static uint32_t hash_of(const char* name);
 
+  // Forgets all of them.
   void clear() noexcept;
+
+  // Whether there is none.
   bool is_empty() const { return m_count == 0 && (m_ordered == nullptr || m_ordered->empty()); }
 
  private:

@@ -35,6 +35,7 @@ class xini_node_t {
  public:
   // Orders names without regard to case; a name counts up to its first NUL.
   struct xstr_icmp_t {
+    // Whether left sorts before right.
     bool operator()(const std::string& left, const std::string& right) const {
       return xstr_icmp(left.c_str(), right.c_str()) < 0;
     }

@@ -102,6 +102,7 @@ inline bool xini_saver_t::save(const std::string& path, const std::string& bytes
 // pipe) is not read.
 class xini_saver_t::reader_t {
  public:
+  // Opens the file; error() tells whether that went well.
   explicit reader_t(const std::string& path)
       : m_file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)), m_error(0) {
     struct stat status {};

@@ -45,6 +45,7 @@ class xini_section_t : public xini_node_t {
 
   std::ostream& operator>>(std::ostream& stream) const override;
 
+  // The name without brackets, empty for the unnamed section; lives as long as the section.
   const std::string& sname() const { return m_xstr_name; }
 
   // The key of that name (trimmed; it must pass check_kname). A missing one is made with an empty
