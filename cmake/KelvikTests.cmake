@@ -87,8 +87,8 @@ function(kelvik_add_test)
   endif()
   target_link_libraries(${target} PRIVATE ${arg_LIBS})
   kelvik_link_library_under_test(${target} "${arg_SHARED}" "${arg_STATIC}")
-  if(KELVIK_SANITIZE AND name MATCHES "^integration")
-    # Most of a sanitizer build's time is spent on optimising these; what they test is the library.
+  if(name MATCHES "^(integration|fault)")
+    # Most of a build's time would be spent on optimising these; what they test is the library.
     target_compile_options(${target} PRIVATE -O0)
   endif()
   foreach(program IN LISTS arg_PROGRAMS)
