@@ -6,6 +6,8 @@
 
 #include "Logs.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <deque>
@@ -109,28 +111,24 @@ class CLogs {
   }
 
   // Prints what is new in the ring. False when the program should end.
-  bool Look(const std::vector<std::string>& ring) {
-    Files now;
-    std::size_t fresh = 0;
-    bool isLate = false;
-    m_IsComing = false;
-    for (const std::string& path : ring) {
-      std::unique_ptr<CRingFile> file = TakeHeld(path);
-      if (file == nullptr) {
-        file = CRingFile::Open(path);
-        fresh += file != nullptr ? 1 : 0;
-      }
-      m_IsComing = file == nullptr && path == ring.back();
-      isLate = isLate || (file == nullptr && path != ring.back() && !Contains(m_Ring, path));
-      if (file != nullptr) now.push_back(std::move(file));
+  bool Look(std::vector<std::string> ring) {
+    std::vector<const CRingFile*> before;
+    for (const auto& file : m_Files)
+      before.push_back(file.get());
+    Files now = Collect(ring);
+    // A ring that goes on meanwhile would show its files in a wrong order, or without some.
+    constexpr int kTries = 10;
+    for (int tries = 0; tries < kTries && !IsSteady(ring, now); ++tries) {
+      for (auto& file : now)
+        m_Files.push_back(std::move(file));
+      ring = ReadRing(m_Options.m_Config).value_or(ring);
+      now = Collect(ring);
     }
-    // All files are new at once, as a ring of one file always is; or one is gone already.
-    isLate = isLate || (fresh > 1 && fresh == now.size());
-    if (isLate && m_Newest != nullptr) ReportLoss();
-    m_Ring = ring;
+    if (m_Newest != nullptr && IsLate(ring, now, before)) ReportLoss();
+    m_Ring = std::move(ring);
     m_Files.swap(now);
     CRingFile* const newest = m_Files.empty() ? m_Newest : m_Files.back().get();
-    const bool goesOn = PrintNews(newest);
+    const bool goesOn = PrintNews(newest, now);
     // A file whose name is nobody's, as after the ring was cleared, goes when there is a new one.
     for (auto& file : now) {
       if (file != nullptr && file.get() == newest) m_Files.push_back(std::move(file));
@@ -139,21 +137,76 @@ class CLogs {
     return goesOn;
   }
 
-  bool PrintNews(CRingFile* newest) {
+  // The ring's files that are there. What is left in m_Files has lost its name.
+  Files Collect(const std::vector<std::string>& ring) {
+    Files now;
+    m_IsComing = false;
+    for (const std::string& path : ring) {
+      std::unique_ptr<CRingFile> file = TakeHeld(path);
+      if (file == nullptr) file = CRingFile::Open(path);
+      m_IsComing = file == nullptr && path == ring.back();
+      if (file != nullptr) now.push_back(std::move(file));
+    }
+    return now;
+  }
+
+  bool IsSteady(const std::vector<std::string>& ring, const Files& now) const {
+    auto file = now.begin();
+    for (const std::string& path : ring) {
+      const bool isHeld = file != now.end() && (*file)->Path() == path;
+      const CRingFile::ePlace expected = isHeld ? (*file)->Place() : CRingFile::ePlace::kGone;
+      if (expected == CRingFile::ePlace::kTaken) return false;
+      if (isHeld) {
+        if (expected == CRingFile::ePlace::kGone && file->get() != m_Newest) return false;
+        ++file;
+      } else if (access(path.c_str(), F_OK) == 0) {
+        return false;
+      }
+    }
+    return ReadRing(m_Options.m_Config).value_or(ring) == ring;
+  }
+
+  // Files came and went unseen: all are new at once, as a ring of one file always is, or one that
+  // was not listed before is gone already.
+  bool IsLate(const std::vector<std::string>& ring, const Files& now,
+              const std::vector<const CRingFile*>& before) const {
+    std::size_t fresh = 0;
+    for (const auto& file : now)
+      fresh += std::find(before.begin(), before.end(), file.get()) == before.end() ? 1 : 0;
+    if (fresh > 1 && fresh == now.size()) return true;
+    std::size_t listed = 0;
+    for (const std::string& path : ring) {
+      const bool isHeld = listed < now.size() && now[listed]->Path() == path;
+      if (isHeld) ++listed;
+      if (!isHeld && path != ring.back() && !Contains(m_Ring, path)) return true;
+    }
+    return false;
+  }
+
+  // dropped: files that have lost their names.
+  bool PrintNews(const CRingFile* newest, const Files& dropped) {
     // Whatever the ring looks like now, what was written last comes first; a file that was left is
     // not written any more.
     if (m_Newest != nullptr) {
       if (!m_Printer.Print(*m_Newest, -1)) return false;
       if (m_Newest != newest) m_Printer.PrintRest(true);
     }
+    for (const auto& file : dropped) {
+      if (file != nullptr && !PrintOther(*file, newest)) return false;
+    }
     for (const auto& file : m_Files) {
-      if (file.get() == m_Newest || file->IsAtEnd()) continue;
-      // An older file that goes on all the same. Lines of two files must not mix.
-      if (m_Newest == newest) m_Printer.PrintRest(true);
-      if (!m_Printer.Print(*file, -1)) return false;
-      if (file.get() != newest) m_Printer.PrintRest(true);
+      if (!PrintOther(*file, newest)) return false;
     }
     return m_Printer.Flush();
+  }
+
+  bool PrintOther(CRingFile& file, const CRingFile* newest) {
+    if (&file == m_Newest || file.IsAtEnd()) return true;
+    // An older file that goes on all the same. Lines of two files must not mix.
+    if (m_Newest == newest) m_Printer.PrintRest(true);
+    if (!m_Printer.Print(file, -1)) return false;
+    if (&file != newest) m_Printer.PrintRest(true);
+    return true;
   }
 
   // Not for every turn of a ring that is too quick for us.
