@@ -12,10 +12,12 @@ ring_kib=16
 # shellcheck disable=SC2086
 need_packages $kelvik_build_packages || exit 1
 
-# A release build that is there is brought up to date; else a smaller one is made.
-build=build/release
+# A release build that is there is used under the name of build/demo; else a smaller one is made.
+build=build/demo
+mkdir -p build
+[ -e $build ] || rm -f $build
+[ -e $build ] || [ ! -f build/release/CMakeCache.txt ] || ln -s release $build
 if [ ! -f $build/CMakeCache.txt ]; then
-  build=build/demo
   mkdir -p $build
   cmake --preset release -B $build -DKELVIK_BUILD_TESTS=OFF -DKELVIK_BUILD_EXAMPLES=ON \
     > $build/configure.log 2>&1 || { cat $build/configure.log; exit 1; }
