@@ -278,6 +278,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   int WriteBackFirst(const tagWriter& writer, const tagWriter*& failed);
   void DropBack(bool replaced);
   void WakeWriter();
+  void WakeWantedWriter();
   void StartWantedWriter();
 
   // OutputExtra.cpp
@@ -294,6 +295,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   void Settle(const tagWriter* failed);
   int Write(const tagWriter& writer, const char* data, int length, const tagWriter*& failed);
   int LockFile(const tagWriter& writer);
+  void WriteBatch(const tagWriter& writer);
   bool NeedsFile(const tagWriter& writer, int32_t sizeLimit) const;
   int PrepareFile(const tagWriter& writer);
   int WriteBytes(const tagWriter& writer, const char* data, int length, bool counted,
@@ -332,9 +334,11 @@ class KELVIK_API COutput : public CThread::IExecute {
   uint8_t m_SlotUnsynced[kSlotCount];  // the slot's file has text that was not synced to the disk
   int32_t m_Stopping;                  // the writer thread is to end
   int32_t m_Ended;                     // eLife: whether records are taken and files written
-  int32_t m_Overflow;                  // eOverflowPolicy
-  int32_t m_FileKeptOpen;              // KeepFileOpen was called
-  int32_t m_WriterOnDemand;  // eOnDemand: whether this is a forked child without its writer yet
+  int16_t m_Overflow;                  // eOverflowPolicy
+  int16_t m_WriterOnDemand;  // eOnDemand: whether this is a forked child without its writer yet
+  int32_t m_BatchSizeLimit;  // m_LogMaxSize as it was at the hand-over; m_WriteMutex
+  int16_t m_FileKeptOpen;    // KeepFileOpen was called
+  int16_t m_WakeWanted;      // the writer is to be woken once all locks are released
   uint32_t m_HandedOver;     // number of the batch in the back buffer, wrapping; m_WriteMutex
   uint32_t m_RotateBatch;    // the last batch before the rotation that waits; m_BufferMutex
   uint32_t m_LostBatch;      // number of the latest batch that was lost; m_WriteMutex

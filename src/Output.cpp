@@ -79,8 +79,10 @@ int COutput::Initialize() {
   m_Ended = eLifeOpen;
   m_Overflow = eOverflowReplace;
   m_FileKeptOpen = 0;
+  m_WakeWanted = 0;
   m_WriterOnDemand = eOnDemandNo;
   m_HandedOver = 0;
+  m_BatchSizeLimit = 0;
   m_LostBatch = 0;
   m_RotateBatch = 0;
   m_Writing = 0;

@@ -278,7 +278,7 @@ bool COutput::MakeBuffers(uint32_t size) {
   }
   CGuard guard(&m_WriteMutex);
   m_BackBuffer = back;
-  m_BackLength = 0;
+  RelaxedStore(m_BackLength, 0);
   m_FrontBuffer = front;
   m_FrontLength = 0;
   m_BufferCapacity = size < INT32_MAX ? size : INT32_MAX;
@@ -309,9 +309,12 @@ void COutput::HandOver(const tagWriter*& failed) {
     WriteBackFirst(*writer, failed);  // on a full disk this clears the front buffer as well
   }
   if (m_FrontLength == 0) return;
+  const int32_t sizeLimit =
+      LimitWord(*Context()->GetAttribute(), offsetof(tagAttribute, m_LogMaxSize));
   {
     CGuard guard(&m_WriteMutex);
     DropBack(true);
+    m_BatchSizeLimit = sizeLimit;
     ++m_HandedOver;
     ++m_Statistics.m_Batches;
     m_Statistics.m_BytesHandedOver += static_cast<uint32_t>(m_FrontLength);
@@ -359,15 +362,22 @@ void COutput::DropBack(bool replaced) {
   (replaced ? m_Statistics.m_RecordsReplaced : m_Statistics.m_RecordsDropped) += m_BackRecords;
   (replaced ? m_Statistics.m_BytesReplaced : m_Statistics.m_BytesDropped) += bytes;
   if (m_BackLength > 0) m_LostBatch = m_HandedOver;
-  m_BackLength = 0;
+  RelaxedStore(m_BackLength, 0);
   m_BackRecords = 0;
 }
 
+// The writer needs the locks that its waker holds: it is woken when they are released (Settle).
 // Caller holds m_BufferMutex.
 void COutput::WakeWriter() {
   if (RelaxedLoad(m_WriterOnDemand) == eOnDemandIdle) {
     RelaxedStore(m_WriterOnDemand, eOnDemandWanted);
   }
+  RelaxedStore(m_WakeWanted, 1);
+}
+
+void COutput::WakeWantedWriter() {
+  if (RelaxedLoad(m_WakeWanted) == 0) return;
+  RelaxedStore(m_WakeWanted, 0);
   m_Signal.signal();
 }
 
@@ -430,8 +440,7 @@ bool COutput::IsStopping() const {
 }
 
 bool COutput::HasWork() {
-  CGuard guard(&m_WriteMutex);
-  return m_BackLength > 0 || RelaxedLoad(m_RotatePending) != 0;
+  return RelaxedLoad(m_BackLength) > 0 || RelaxedLoad(m_RotatePending) != 0;
 }
 
 int COutput::RunTask() {
@@ -442,20 +451,19 @@ int COutput::RunTask() {
       // Without its signal the writer looks for work by itself.
       m_StopSignal.wait(kFaultPauseMs);
       if (IsStopping()) break;
-      if (!HasWork()) continue;
     }
     if (RelaxedLoad(Context()->GetAttribute()->m_OutputFile) == 0) {
       Losslog();
       m_StopSignal.wait(kIdlePauseMs);
       continue;
     }
+    // Another thread has written the batch already.
+    if (!HasWork()) continue;
     const tagWriter* writer = ModeWriter();
     if (writer == nullptr) {
       Losslog();
-    } else if (writer == &kSizeWriter) {
-      WriteLogBySzie(nullptr, 0);
     } else {
-      WriteLogByTime(nullptr, 0);
+      WriteBatch(*writer);
     }
   }
   return 1;

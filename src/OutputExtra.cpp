@@ -227,6 +227,7 @@ void COutput::BeforeFork() {
 void COutput::AfterForkInParent() {
   m_WriteMutex.unlock();
   m_BufferMutex.unlock();
+  WakeWantedWriter();
 }
 
 // The locks were held across the fork, so the members are whole.
@@ -243,6 +244,7 @@ void COutput::AfterForkInChild() {
   m_BackLength = 0;
   m_BackRecords = 0;
   m_Stopping = 0;
+  m_WakeWanted = 0;
   m_Writing = 0;
   m_FinishedCount = 0;
   m_Buffered = tagBufferedCounters();

@@ -47,9 +47,10 @@ const tagWriter kTimeWriterV1 = {tagWriter::eKind::kByTime, true, "WriteLogByTim
 const tagWriter kRawWriter = {tagWriter::eKind::kRaw, false, "Logs", 1159};
 const tagWriter kLocatedRawWriter = {tagWriter::eKind::kRaw, false, "Logs", 1525};
 
-// What had to wait until all locks were released: the report of a failed write, and telling the
-// application of files that are finished.
+// What had to wait until all locks were released: waking the writer, the report of a failed write,
+// and telling the application of files that are finished.
 void COutput::Settle(const tagWriter* failed) {
+  WakeWantedWriter();
   if (failed != nullptr) ReportFileFailure(failed->m_Function, failed->m_ReportLine);
   if (RelaxedLoad(m_WriterOnDemand) == eOnDemandWanted) StartWantedWriter();
   if (RelaxedLoad(m_FinishedCount) == 0) return;
@@ -126,6 +127,23 @@ int COutput::Write(const tagWriter& writer, const char* data, int length,
   }
   if (ordered) m_BufferMutex.unlock();
   return result;
+}
+
+// The writer thread's way: without m_BufferMutex, which callers take for every record, as long as
+// the batch goes to the file that is open. Settings changed since the hand-over show with the next.
+void COutput::WriteBatch(const tagWriter& writer) {
+  const tagWriter* failed = nullptr;
+  m_WriteMutex.lock();
+  const bool ready = RelaxedLoad(m_Ended) != eLifeEnded && !NeedsFile(writer, m_BatchSizeLimit);
+  int result = ready ? WriteBack(writer, failed) : static_cast<int>(eResultSuccess);
+  m_WriteMutex.unlock();
+  if (!ready) {
+    result = Write(writer, nullptr, 0, failed);
+  } else {
+    result = ClearWhenFull(result);
+    if (result == eResultSuccess) RotateWhenPending(writer);
+  }
+  Settle(failed);
 }
 
 void COutput::CountDirect(int length) {
@@ -227,7 +245,7 @@ int COutput::WriteBack(const tagWriter& writer, const tagWriter*& failed) {
   (result == eResultSuccess ? m_Statistics.m_RecordsWritten : m_Statistics.m_RecordsDropped) +=
       m_BackRecords;
   if (result != eResultSuccess) m_LostBatch = m_HandedOver;
-  m_BackLength = 0;
+  RelaxedStore(m_BackLength, 0);
   m_BackRecords = 0;
   RelaxedStore(m_Writing, 0);
   if (result == eResultSuccess) {
