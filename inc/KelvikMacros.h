@@ -4,8 +4,7 @@
 //   KELVIK_DEBUG(module, title, format, ...)              as Kelvik_KLog
 //   KELVIK_DEBUG_IF(condition, module, title, format, ...)
 //   KELVIK_DEBUG_EVERY_N(n, module, title, format, ...)   the 1st, the (n + 1)th, ... of this place
-//   KELVIK_DEBUG_EVERY_MS(ms, module, title, format, ...) at most one of this place in ms
-//   milliseconds
+//   KELVIK_DEBUG_EVERY_MS(ms, module, title, format, ...) at most one in ms milliseconds
 //
 // and the same four as KELVIK_DEBUG_AT, KELVIK_DEBUG_AT_IF, KELVIK_DEBUG_AT_EVERY_N and
 // KELVIK_DEBUG_AT_EVERY_MS, which carry file, function and line, as Kelvik_KLogV1. Likewise
