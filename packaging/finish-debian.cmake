@@ -5,6 +5,7 @@ find_program(gzip gzip REQUIRED)
 # Compressed without a time of its own, so that equal trees make equal packages.
 function(compress file)
   execute_process(COMMAND ${gzip} -9nf ${file} COMMAND_ERROR_IS_FATAL ANY)
+  file(CHMOD ${file}.gz PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endfunction()
 
 function(write_documents folder)
@@ -20,8 +21,7 @@ function(write_documents folder)
        " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
   compress(${folder}/changelog)
   compress(${folder}/changelog.Debian)
-  file(CHMOD ${folder}/copyright ${folder}/changelog.gz ${folder}/changelog.Debian.gz
-       PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  file(CHMOD ${folder}/copyright PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endfunction()
 
 set(runtime ${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME})
@@ -49,5 +49,15 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   file(GLOB programs ${root}/bin/*)
   foreach(program IN LISTS programs)
     file(RPATH_REMOVE FILE ${program})
+  endforeach()
+
+  # Whatever the umask of who packs.
+  file(GLOB_RECURSE entries LIST_DIRECTORIES true ${root}/*)
+  list(APPEND entries ${root})
+  foreach(entry IN LISTS entries)
+    if(IS_DIRECTORY ${entry} AND NOT IS_SYMLINK ${entry})
+      file(CHMOD ${entry} PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
+                                      WORLD_READ WORLD_EXECUTE)
+    endif()
   endforeach()
 endforeach()

@@ -2,7 +2,7 @@
 # Programs of strangers are built with what this build tree installs, and run: C99 by pkg-config, C++17
 # by find_package, shared and static, from an installed copy, from a copy that was moved, from the build
 # tree, and with the sources in a folder.
-#   consumer-test.sh CMAKE BUILD-FOLDER SOURCE-FOLDER C-COMPILER C++-COMPILER [VERSION]
+#   consumer-test.sh CMAKE BUILD-FOLDER SOURCE-FOLDER C-COMPILER C++-COMPILER VERSION [COMPILER-LAUNCHER]
 set -u
 cmake=$1
 build=$2
@@ -108,7 +108,7 @@ by_find_package "$build" user_cpp user_c_static
 
 echo "The sources in a folder of another project, which installs them with its own program"
 must "$cmake" -S "$user/whole" -B "$work/whole" -DKELVIK_FOLDER="$source" -DKELVIK_INSTALL=ON \
-  -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache)"
+  -DCMAKE_CXX_COMPILER_LAUNCHER="${7:-}"
 must "$cmake" --build "$work/whole" -j 2
 must_log "$work/whole/user_c"
 must_log "$work/whole/user_static"
