@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Harness.h"
+#include "IniFile.h"
 #include "Loggers.h"
 
 namespace {
@@ -58,6 +59,24 @@ void RunModules(int records, int modules, void (*record)(unsigned)) {
   Repeat(records, record);
 }
 
+// Loads a document of so many lines: sections of a comment, 18 keys and an empty line.
+void LoadLines(int lines) {
+  const std::string path = Folder() + "/document.ini";
+  FILE* const file = std::fopen(path.c_str(), "w");
+  if (file == nullptr) std::abort();
+  std::string keys;
+  for (int key = 0; key < 18; ++key)
+    keys += "Setting_" + std::to_string(key) + " = value of it\n";
+  for (int section = 0; section < lines / 21; ++section) {
+    std::fprintf(file, "[module_%d]\n; limits of this module\n", section);
+    std::fwrite(keys.data(), 1, keys.size(), file);
+    std::fputc('\n', file);
+  }
+  std::fclose(file);
+  const xini_file_t document(path);
+  if (document.find_sect("module_1") == nullptr) std::abort();
+}
+
 const tagRow kRows[] = {
     {"reference", [](int n) { Repeat(n, Reference); }},
     {"call",
@@ -82,6 +101,7 @@ const tagRow kRows[] = {
        CKelvikLogger::OpenTerminal();
        Repeat(n, CKelvikLogger::Record);
      }},
+    {"ini-line", LoadLines},
 #ifdef KELVIK_PEER_SPDLOG
     {"spdlog",
      [](int n) {

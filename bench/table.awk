@@ -131,7 +131,15 @@ END {
   Row("INI document of 100,000 lines, load, ms", Median("ms Load", "Kelvik"), "libinih's plain parse",
       Median("ms Load", "InihPlainParse"), 3)
   Row("", Median("ms Load", "Kelvik"), "boost::property_tree", Median("ms Load", "PropertyTree"), "")
+  split("Unordered HundredSections LongLines Headers Comments", shape, " ")
+  split("the same, one section of unordered keys;100 sections of numbered keys;" \
+    "long names and values;headers alone;comments alone", shapeText, ";")
+  for (i = 1; i in shape; ++i)
+    Row(shapeText[i], Median("ms Load" shape[i], "Kelvik"), "libinih's plain parse",
+        Median("ms Load" shape[i], "InihPlainParse"), 3)
   Row("safe save of it, with its syncs, ms", Median("ms Save", "Kelvik"), "libinih's plain parse",
+      Median("ms Load", "InihPlainParse"), 3)
+  Row("of it processor time, ms", Median("ms SaveWork", "Kelvik"), "libinih's plain parse",
       Median("ms Load", "InihPlainParse"), 3)
   Row("100 lookups in it, us", Median("us HundredLookups", "Kelvik"), "boost::property_tree",
       Median("us HundredLookups", "PropertyTree"), "")
