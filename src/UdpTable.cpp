@@ -81,7 +81,8 @@ CUdpTable::CUdpTable()
     : m_Fd(LiftDescriptor(open(kTablePath, O_RDONLY | O_CLOEXEC))),
       m_IsComplete(false),
       m_Begin(m_Field),
-      m_End(m_Field) {}
+      m_End(m_Field),
+      m_Field() {}
 
 CUdpTable::~CUdpTable() {
   CloseDescriptor(m_Fd);
