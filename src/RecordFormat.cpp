@@ -167,16 +167,17 @@ inline char* EmitMessage(char* at, int room, const char* format, tagArgumentList
     from = MoveShortFormat(shortFormat, format, length);
     formatEnd = shortFormat + kWordBytes;
   }
+  const char* const lastWord = formatEnd - kWordBytes;
   while (at <= lastPlace) {
     // The next word of the format, or what is left of it.
-    size_t count = static_cast<size_t>(formatEnd - from);
+    ptrdiff_t count = kWordBytes;
     size_t word;
-    if (count >= kWordBytes) {
+    if (from <= lastWord) {
       word = LoadWord(from);
-      count = kWordBytes;
     } else {
+      count = formatEnd - from;
       if (count == 0) return at;
-      word = LoadWord(formatEnd - kWordBytes) >> 8 * (kWordBytes - count);
+      word = LoadWord(lastWord) >> 8 * (static_cast<ptrdiff_t>(kWordBytes) - count);
     }
     StoreWord(at, word);
     const size_t percent = FindPercent(word);
@@ -185,8 +186,8 @@ inline char* EmitMessage(char* at, int room, const char* format, tagArgumentList
       from += count;
       continue;
     }
-    count = static_cast<unsigned>(__builtin_ctzl(percent)) / 8;
-    const tagFormatPlaces places = EmitConversion(at + count, end, from + count + 1, arguments);
+    const unsigned plain = static_cast<unsigned>(__builtin_ctzl(percent)) / 8;
+    const tagFormatPlaces places = EmitConversion(at + plain, end, from + plain + 1, arguments);
     if (places.m_At == nullptr) return nullptr;
     at = places.m_At;
     from = places.m_From;
