@@ -135,7 +135,8 @@ void COutput::WriteBatch(const tagWriter& writer) {
   const tagWriter* failed = nullptr;
   m_WriteMutex.lock();
   const bool ready = RelaxedLoad(m_Ended) != eLifeEnded && !NeedsFile(writer, m_BatchSizeLimit);
-  int result = ready ? WriteBack(writer, failed) : static_cast<int>(eResultSuccess);
+  int result = eResultSuccess;
+  if (ready && m_BackLength > 0) result = WriteBack(writer, failed);
   m_WriteMutex.unlock();
   if (!ready) {
     result = Write(writer, nullptr, 0, failed);
