@@ -77,7 +77,7 @@ void COutput::GetStatistics(tagOutputStatistics& statistics) {
 
 int COutput::SetOverflow(eOverflowPolicy policy) {
   if (policy != eOverflowReplace && policy != eOverflowWrite) return eResultInvalid;
-  RelaxedStore(m_Overflow, policy);
+  RelaxedStore(m_Overflow, static_cast<int16_t>(policy));
   return eResultSuccess;
 }
 
