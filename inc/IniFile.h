@@ -309,7 +309,7 @@ inline xini_section_t& xini_file_t::operator[](const std::string& name) {
   if (close != std::string::npos) trimmed = trim_view(std::string_view(trimmed).substr(0, close));
   xini_section_t* found = find_sect(trimmed);
   if (found != nullptr) return *found;
-  std::unique_ptr<xini_section_t> sect(xini_section_t::try_create("[" + trimmed + "]", this));
+  std::unique_ptr<xini_section_t> sect = xini_section_t::with_header(trimmed, this);
   xini_require(sect != nullptr, "__null != xsect_ptr");
   enter_sect(sect.get());
   return *sect.release();

@@ -86,6 +86,7 @@ class xini_section_t : public xini_node_t {
   using nodes_t = std::list<xini_node_t*>;
 
   static xini_section_t* make(std::string_view line, xini_node_t* owner);
+  static std::unique_ptr<xini_section_t> with_header(std::string_view name, xini_node_t* owner);
   const xini_node_t* last_node() const;
   std::ostream& write_node(const xini_node_t* node, std::ostream& stream) const;
   bool push_key(xini_keyvalue_t* key);
@@ -127,10 +128,16 @@ inline xini_section_t* xini_section_t::make(std::string_view line, xini_node_t* 
   if (line.empty() || line[0] != '[') return nullptr;
   const std::size_t close = line.find(']', 1);
   if (close == std::string_view::npos) return nullptr;
+  return with_header(trim_view(line.substr(1, close - 1)), owner).release();
+}
+
+// An empty section whose header stands in it; the name is trimmed.
+inline std::unique_ptr<xini_section_t> xini_section_t::with_header(std::string_view name,
+                                                                   xini_node_t* owner) {
   std::unique_ptr<xini_section_t> section(new xini_section_t(owner));
-  section->m_xstr_name = trim_view(line.substr(1, close - 1));
+  section->m_xstr_name = name;
   section->m_xlst_node.push_back(section.get());
-  return section.release();
+  return section;
 }
 
 inline std::ostream& xini_section_t::write_node(const xini_node_t* node,
@@ -155,7 +162,7 @@ inline xini_keyvalue_t& xini_section_t::operator[](const std::string& key) {
   xini_require(xini_keyvalue_t::check_kname(name), "xini_keyvalue_t::check_kname(xstr_nkey)");
   xini_keyvalue_t* found = find_knode(name);
   if (found != nullptr) return *found;
-  std::unique_ptr<xini_keyvalue_t> node(xini_keyvalue_t::try_create(name + "=", m_xowner_ptr));
+  std::unique_ptr<xini_keyvalue_t> node(new xini_keyvalue_t(name, {}, m_xowner_ptr));
   xini_require(node != nullptr, "__null != xndkv_ptr");
   push_key(node.get());
   return *node.release();
