@@ -3,6 +3,7 @@
 #include "ConsoleSender.h"
 
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -185,6 +186,36 @@ TEST_F(ConsoleSenderSocket, WhoIsNotOnTheLoopbackNetworkIsNotTrusted) {
     from.sin_addr.s_addr = htonl(address);
     EXPECT_FALSE(IsTrustedSender(m_Console, from)) << address;
   }
+}
+
+// A socket that shares its port with others that allow it, made by the user.
+int BindSharedSocket(uint16_t port, uid_t user) {
+  const auto own = static_cast<uid_t>(setfsuid(user));
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  setfsuid(own);
+  const int on = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+  const sockaddr_in address = LoopbackAddress(port);
+  EXPECT_EQ(0, bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
+  return fd;
+}
+
+TEST_F(ConsoleSenderSocket, PortThatIsSharedWithAnotherUserIsNotTrusted) {
+  if (geteuid() != 0) GTEST_SKIP() << "SKIPPED: only root can make a socket of another user";
+  constexpr uid_t kNobody = 65534;
+  const int own = BindSharedSocket(0, 0);
+  const sockaddr_in from = LoopbackAddress(PortOf(own));
+  EXPECT_TRUE(IsTrustedSender(m_Console, from));
+  const int others = BindSharedSocket(PortOf(own), kNobody);
+  struct stat status = {};
+  EXPECT_EQ(0, fstat(others, &status));
+  if (status.st_uid == kNobody) {
+    EXPECT_FALSE(IsTrustedSender(m_Console, from));
+  }
+  close(others);
+  EXPECT_TRUE(IsTrustedSender(m_Console, from));
+  close(own);
+  if (status.st_uid != kNobody) GTEST_SKIP() << "SKIPPED: no socket of another user here";
 }
 
 TEST_F(ConsoleSenderSocket, WithoutAPortNobodyIsTrusted) {
