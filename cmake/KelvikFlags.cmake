@@ -20,6 +20,7 @@ endif()
 add_library(kelvik_warnings INTERFACE)
 target_compile_options(
   kelvik_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                            -Wformat-nonliteral
                             $<$<BOOL:${KELVIK_WERROR}>:-Werror>)
 
 add_library(kelvik_platform INTERFACE)

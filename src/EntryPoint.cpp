@@ -47,6 +47,10 @@ CConsole& Console() {
 
 }  // namespace
 
+// The caller's format, checked where the caller is compiled; clang does not see that in a lambda.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
 int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
              const char* format, va_list list) {
   tagArguments arguments(list);
@@ -67,6 +71,8 @@ int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const c
                         arguments);
   });
 }
+
+#pragma GCC diagnostic pop
 
 int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
               const char* data, int length) {

@@ -181,7 +181,10 @@ int COutput::MakeRecord(eLogLevel level, const char* module, const char* title,
     dateTimeLength = given;
   }
   errno = callerErrno;  // "%m" means the caller's
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the caller's format
   length += FormatMessage(text + length, kRecordBytes - length, message.m_Format, message.m_List);
+#pragma GCC diagnostic pop
   const int skip = dateTimeLength == 0 ? 0 : dateTimeLength + 1;
   const int result = Deliver({level, module, text, length, skip, text});
   errno = callerErrno;

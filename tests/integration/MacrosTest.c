@@ -85,6 +85,9 @@ static void LogAtAllLevels(int level, const char* module, int* line) {
   }
 }
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" /* formats of a table */
+
 /* What the calls print for the same. */
 static void LogByCalls(int level, const char* module, int line) {
   static const char* const kFormats[4] = {"plain %d\n", "if %d\n", "n %d\n", "ms %d\n"};
@@ -99,6 +102,8 @@ static void LogByCalls(int level, const char* module, int line) {
     }
   }
 }
+
+#pragma GCC diagnostic pop
 
 static void MacrosPrintWhatCallsPrint(void) {
   static const char* const kModules[5] = {NULL, "", "net", "unknown", "disk"};

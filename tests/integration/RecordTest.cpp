@@ -13,6 +13,9 @@
 #include "RecordTools.h"
 #include "SyslogCapture.h"
 
+// Some formats are made up here, beyond what the compiler can check.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
 namespace Kelvik {
 namespace {
 

@@ -65,6 +65,7 @@ namespace {
 
 // The formats are made up here, so the compiler cannot see whether they fit.
 #pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 constexpr int kRoomMax = 1024;
 constexpr char kJunk = '\x5a';
