@@ -2,7 +2,7 @@
 # Builds and runs everything that has to hold, from clean build folders.
 #   sh scripts/test.sh                  all stages
 #   sh scripts/test.sh release asan     some: release clang asan tsan mipsel coverage dev fuzz demo
-#                                       format
+#                                       format i686
 # Installs what is missing with apt-get. Environment:
 #   KELVIK_ROUNDS        rounds of the long loops (20)
 #   KELVIK_FUZZ_SECONDS  for each fuzz target (10)
@@ -88,6 +88,18 @@ in_memory() {
   fi
 }
 
+# The programs run by themselves where the kernel takes 32-bit ones.
+i686() {
+  # shellcheck disable=SC2086
+  if ! need_packages $kelvik_i686_packages; then
+    skip i686 "packages are missing"
+  elif ! /usr/i686-linux-gnu/lib/ld-linux.so.2 --version > /dev/null 2>&1; then
+    skip i686 "this machine runs no 32-bit programs"
+  else
+    suite i686
+  fi
+}
+
 fuzz() {
   # shellcheck disable=SC2086
   if ! need_packages $kelvik_clang_packages; then
@@ -135,6 +147,7 @@ run_stage() {
     asan | tsan) in_memory suite "$1" ;;
     clang) suite_with clang $kelvik_clang_packages ;;
     mipsel) in_memory suite_with mipsel $kelvik_mipsel_packages ;;
+    i686) in_memory i686 ;;
     coverage)
       suite_with coverage $kelvik_coverage_packages
       [ -f build/coverage/ctest.log ] &&
