@@ -122,6 +122,10 @@ run 7 "$work/app"
 "$work/app/build/app" > "$work/out" || fail "the program of block 7 does not run"
 must_say '\[net\]\[link\] eth0 is up'
 
+# --- The picture is light and shows what the programs print ---
+[ "$(wc -c < "$source/docs/terminal.svg")" -lt 61440 ] || fail "docs/terminal.svg is heavy"
+grep -q '\[pump\]\[control\]' "$source/docs/terminal.svg" || fail "docs/terminal.svg shows no record"
+
 # --- What README.md links to is there ---
 grep -o '](\([^)#]*\)' "$source/README.md" | sed 's/^](//' | grep -v '^http' > "$work/links"
 [ "$(wc -l < "$work/links")" -gt 10 ] || fail "README.md has few links"
