@@ -2,19 +2,29 @@
 #ifndef KELVIK_CONFIGEDIT_H_
 #define KELVIK_CONFIGEDIT_H_
 
-#include <sys/stat.h>
-
-#include <exception>
-#include <string>
-
-#include "Guard.h"
 #include "IniFile.h"
-#include "Kelvik.h"
 #include "Mutex.h"
 
 namespace Kelvik {
 
-// Loads the document at path, runs edit(xini_file_t&) and saves what changed, all while mutex (the
+// A function object with the signature void(xini_file_t&), called in place: neither copied nor
+// owned, so it lives as long as the call it is given to. One body of EditConfigFile serves them
+// all.
+class CConfigChange {
+ public:
+  template <class Edit>
+  CConfigChange(const Edit& edit)  // NOLINT(google-explicit-constructor)
+      : m_Edit(&edit), m_Call([](const void* object, xini_file_t& document) {
+          (*static_cast<const Edit*>(object))(document);
+        }) {}
+  void operator()(xini_file_t& document) const { m_Call(m_Edit, document); }
+
+ private:
+  const void* m_Edit;
+  void (*m_Call)(const void* object, xini_file_t& document);
+};
+
+// Loads the document at path, runs edit and saves what changed, all while mutex (the
 // context's m_ConfigMutex) is held, so that two threads lose no entry of each other. A missing file
 // is an empty document; a file that cannot be written stays as it is and the change is lost.
 //
@@ -23,30 +33,15 @@ namespace Kelvik {
 //
 // Returns eResultSuccess, or eResultFailure when memory ran out or path is a pipe: nothing is saved
 // then. Throws nothing.
-template <class Edit>
-int EditConfigFile(CMutex& mutex, const char* path, Edit edit) {
-  // A pipe would keep the caller, and with it everybody who needs the lock, until somebody reads
-  // it.
-  struct stat status;
-  if (::stat(path, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))) {
-    return eResultFailure;
-  }
-  CGuard guard(&mutex);
-  try {
-    const std::string file(path);
-    xini_file_t document(file);
-    try {
-      edit(document);
-    } catch (const std::exception&) {
-      // Half an edit is worse than none.
-      document.set_dirty(false);
-      throw;
-    }
-  } catch (const std::exception&) {
-    return eResultFailure;
-  }
-  return eResultSuccess;
-}
+int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit);
+
+// Keys of a section; a missing one is made. The name must be one that a key can have.
+int GetNumber(xini_section_t& section, const char* key);  // -1: no number
+void SetNumber(xini_section_t& section, const char* key, int number);
+void SetText(xini_section_t& section, const char* key, const char* text);
+
+// The section of that name; a missing one is made. The name must fit in a line.
+xini_section_t& FindSection(xini_file_t& document, const char* name);
 
 }  // namespace Kelvik
 

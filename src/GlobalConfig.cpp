@@ -168,11 +168,11 @@ std::string ReadText(xini_section_t& section, const char* key) {
 }
 
 void ReadFileIndex(xini_file_t& document, int slots, tagFileSettings& settings) {
-  settings.m_LogIndex = document[kGlobalSection]["LogIndex"].get_nvalue<int>();
+  settings.m_LogIndex = GetNumber(FindSection(document, kGlobalSection), "LogIndex");
   for (int i = 0; i < slots && i < kSlotCount; ++i) {
     char key[24];
     std::snprintf(key, sizeof(key), "fileName_%d", i);
-    settings.m_FileNames[i] = ReadText(document[kFileSection], key);
+    settings.m_FileNames[i] = ReadText(FindSection(document, kFileSection), key);
   }
 }
 
@@ -192,13 +192,13 @@ int ReadOverflow(const xini_file_t& document) {
 
 // count: the files kept when the file does not say.
 void ReadSettings(CGlobal& context, xini_file_t& document, int count, tagFileSettings& settings) {
-  xini_section_t& global = document[kGlobalSection];
-  global["Version"] = kVersionText;
+  xini_section_t& global = FindSection(document, kGlobalSection);
+  SetText(global, "Version", kVersionText);
   for (size_t i = 0; i < kSwitchCount; ++i) {
-    settings.m_Switches[i] = global[kSwitches[i].m_Key].get_nvalue<int>();
+    settings.m_Switches[i] = GetNumber(global, kSwitches[i].m_Key);
   }
   for (size_t i = 0; i < kWordCount; ++i) {
-    settings.m_Words[i] = kWords[i].m_Rule(global[kWords[i].m_ReadKey].get_nvalue<int>());
+    settings.m_Words[i] = kWords[i].m_Rule(GetNumber(global, kWords[i].m_ReadKey));
   }
   for (size_t i = 0; i < kLevelCount; ++i) {
     settings.m_Levels[i] = context.GetKeyValue(&document, kLevels[i].m_Key, kGlobalSection);
@@ -228,19 +228,19 @@ void RestoreRing(COutput& output, const tagFileSettings& settings, int slots) {
 
 void WriteLevels(xini_section_t& section, uint8_t mask) {
   for (const tagLevelKey& level : kLevels) {
-    section[level.m_Key].set_nvalue<int>((mask & LevelBit(level.m_Level)) != 0 ? 1 : 0);
+    SetNumber(section, level.m_Key, (mask & LevelBit(level.m_Level)) != 0 ? 1 : 0);
   }
 }
 
 void WriteWord(xini_section_t& section, const tagWordKey& key, const tagAttribute& attribute) {
   uint32_t value;
   std::memcpy(&value, reinterpret_cast<const char*>(&attribute) + key.m_Offset, sizeof(value));
-  section[key.m_WriteKey].set_nvalue<int>(static_cast<int>(value / key.m_Scale));
+  SetNumber(section, key.m_WriteKey, static_cast<int>(value / key.m_Scale));
 }
 
 void WriteModule(xini_section_t& section, const tagAttribute& record) {
-  section["OutputDateTime"].set_nvalue<int>(1);
-  section["OutputThreadID"].set_nvalue<int>(RelaxedLoad(record.m_OutputThreadID) != 0 ? 1 : 0);
+  SetNumber(section, "OutputDateTime", 1);
+  SetNumber(section, "OutputThreadID", RelaxedLoad(record.m_OutputThreadID) != 0 ? 1 : 0);
   WriteLevels(section, RelaxedLoad(record.m_LevelMask));
 }
 
@@ -286,10 +286,10 @@ int CGlobal::GetKeyValue(xini_file_t* doc, const char* key, const char* section)
   if (doc == nullptr || key == nullptr) return kKeep;
   if (!xini_keyvalue_t::check_kname(xini_node_t::trim_xstr(key, kBlanks))) return kKeep;
   if (section != nullptr && CanNameSection(section)) {
-    const int value = (*doc)[section][key].get_nvalue<int>();
+    const int value = GetNumber(FindSection(*doc, section), key);
     if (value != kKeep) return value;
   }
-  return (*doc)[kGlobalSection][key].get_nvalue<int>();
+  return GetNumber(FindSection(*doc, kGlobalSection), key);
 }
 
 int CGlobal::ReadAttributeByConfigFile(const char* module, tagAttribute& attribute,
@@ -303,7 +303,7 @@ int CGlobal::ReadAttributeByConfigFile(const char* module, tagAttribute& attribu
   bool isRead = false;
   const int result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
     if (!CanNameSection(module)) return;
-    document[module]["Version"] = version;
+    SetText(FindSection(document, module), "Version", version);
     for (size_t i = 0; i < kLevelCount; ++i) {
       levels[i] = GetKeyValue(&document, kLevels[i].m_Key, module);
     }
@@ -333,18 +333,18 @@ int CGlobal::SaveGlobalAtri() {
   tagAttribute attribute;
   CopyAttribute(attribute);
   return EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
-    xini_section_t& global = document[kGlobalSection];
+    xini_section_t& global = FindSection(document, kGlobalSection);
     for (const tagSwitchKey& key : kSwitches) {
-      global[key.m_Key].set_nvalue<int>(attribute.*key.m_Field != 0 ? 1 : 0);
+      SetNumber(global, key.m_Key, attribute.*key.m_Field != 0 ? 1 : 0);
     }
     // A save always switches the date-time prefix on.
     RelaxedStore(m_Attribute.m_OutputDateTime, 1);
-    global["OutputDateTime"].set_nvalue<int>(1);
-    global["OutputThreadID"].set_nvalue<int>(attribute.m_OutputThreadID != 0 ? 1 : 0);
+    SetNumber(global, "OutputDateTime", 1);
+    SetNumber(global, "OutputThreadID", attribute.m_OutputThreadID != 0 ? 1 : 0);
     for (size_t i = 0; i < kFirstBufferWord; ++i)
       WriteWord(global, kWords[i], attribute);
     const size_t length = ::strnlen(attribute.m_LogPath, kLogPathBytes);
-    global["LogFilePath"] = std::string(attribute.m_LogPath, length).c_str();
+    SetText(global, "LogFilePath", std::string(attribute.m_LogPath, length).c_str());
     for (size_t i = kFirstBufferWord; i < kWordCount; ++i)
       WriteWord(global, kWords[i], attribute);
     WriteLevels(global, attribute.m_LevelMask);
@@ -368,7 +368,7 @@ int CGlobal::SaveMoudleAttri2File(const char* name) {
   return EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
     for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
       if (!isChosen(node) || !CanNameSection(node->m_Name)) continue;
-      WriteModule(document[node->m_Name], *GetAttribute(node->m_Name));
+      WriteModule(FindSection(document, node->m_Name), *GetAttribute(node->m_Name));
     }
   });
 }

@@ -38,8 +38,8 @@ int COutput::WriteFileName2Ini(int slot, const char* path) {
   EditConfigFile(global->m_ConfigMutex, config, [slot, path](xini_file_t& document) {
     char key[kKeyBytes];
     MakeSlotKey(key, slot);
-    document[kIndexSection][key] = path;
-    document[kGlobalSection][kIndexKey].set_nvalue(slot);
+    SetText(FindSection(document, kIndexSection), key, path);
+    SetNumber(FindSection(document, kGlobalSection), kIndexKey, slot);
   });
   return eResultSuccess;
 }
@@ -67,9 +67,9 @@ int COutput::ClearFileInfo() {
     for (int slot = 0; slot < count; ++slot) {
       char key[kKeyBytes];
       MakeSlotKey(key, slot);
-      document[kIndexSection].key_remove(key);
+      FindSection(document, kIndexSection).key_remove(key);
     }
-    document[kGlobalSection].key_remove(kIndexKey);
+    FindSection(document, kGlobalSection).key_remove(kIndexKey);
   });
   return eResultSuccess;
 }

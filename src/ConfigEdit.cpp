@@ -1,0 +1,55 @@
+// One change of the configuration file, and the accesses to its keys that the library makes.
+
+#include "ConfigEdit.h"
+
+#include <sys/stat.h>
+
+#include <exception>
+#include <string>
+
+#include "Guard.h"
+#include "Kelvik.h"
+
+namespace Kelvik {
+
+int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit) {
+  // A pipe would keep the caller, and with it everybody who needs the lock, until somebody reads
+  // it.
+  struct stat status;
+  if (::stat(path, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))) {
+    return eResultFailure;
+  }
+  CGuard guard(&mutex);
+  try {
+    const std::string file(path);
+    xini_file_t document(file);
+    try {
+      edit(document);
+    } catch (const std::exception&) {
+      // Half an edit is worse than none.
+      document.set_dirty(false);
+      throw;
+    }
+  } catch (const std::exception&) {
+    return eResultFailure;
+  }
+  return eResultSuccess;
+}
+
+int GetNumber(xini_section_t& section, const char* key) {
+  return section[key].get_nvalue<int>();
+}
+
+void SetNumber(xini_section_t& section, const char* key, int number) {
+  section[key].set_nvalue<int>(number);
+}
+
+void SetText(xini_section_t& section, const char* key, const char* text) {
+  section[key] = text;
+}
+
+xini_section_t& FindSection(xini_file_t& document, const char* name) {
+  return document[name];
+}
+
+}  // namespace Kelvik
