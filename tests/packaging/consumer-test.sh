@@ -45,7 +45,7 @@ check_copy() {
     "$1/share/man/man1/kelvikctl.1" "$1/share/man/man1/kelviklog.1" "$1/share/man/man3/kelvik.3" \
     "$1/share/man/man5/kelvik.ini.5" "$1/share/bash-completion/completions/kelvikctl" \
     "$1/share/bash-completion/completions/kelviklog" "$1/share/doc/kelvik/examples/sysmon.c" \
-    "$1/share/doc/kelvik/examples/Makefile"; do
+    "$1/share/doc/kelvik/examples/Makefile" "$1/share/kelvik/lnav/kelvik.json"; do
     [ -e "$file" ] || fail "$file was not installed"
   done
   for header in "$source"/inc/*; do
