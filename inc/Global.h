@@ -162,9 +162,9 @@ class KELVIK_API CGlobal {
   static bool s_ConfigPathSet;  // the configuration path was set
   static bool s_ConfigLoaded;   // ConfigFileInitialize has run
 
-  // Registered with pthread_atfork: the engine's and the registries' locks are held across fork(),
-  // so that the child finds whole data. In the child they are made anew, the console is closed, and
-  // the parent's buffered text is dropped (the parent writes it).
+  // Registered with pthread_atfork as the library is loaded: the engine's and the registries' locks
+  // are held across fork(), so that the child finds whole data. In the child they are made anew,
+  // the console is closed, and the parent's buffered text is dropped (the parent writes it).
   static void BeforeFork();
   static void AfterForkInParent();
   static void AfterForkInChild();

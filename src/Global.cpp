@@ -58,15 +58,32 @@ bool CGlobal::s_ConfigPathSet = false;
 bool CGlobal::s_ConfigLoaded = false;
 
 struct tagContext {
+  // The first record makes the context, and may be about the caller's errno.
   tagContext() {
+    const int callerErrno = errno;
     ReleaseStore(g_Context, new (s_Storage) CGlobal);
-    ::pthread_atfork(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
+    errno = callerErrno;
   }
   ~tagContext() { Get()->End(); }
   static CGlobal* Get() { return std::launder(reinterpret_cast<CGlobal*>(s_Storage)); }
+  static void WatchForks() {
+    ::pthread_atfork(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
+  }
 };
 
 CGlobal* g_Context = nullptr;
+
+namespace {
+
+// As the library is loaded, before the program can have handlers of its own: these then run outside
+// ours, where no lock is held, and may log.
+__attribute__((constructor)) void WatchForksFromTheStart() {
+  tagContext::WatchForks();
+}
+
+thread_local bool t_HoldsForFork = false;  // this thread is inside fork() and holds the locks
+
+}  // namespace
 
 CGlobal* CGlobal::Instance() {
   static tagContext context;
@@ -268,16 +285,20 @@ int CGlobal::Sleep(unsigned int ms) {
 // In the order of the locks. What stands in standard output's stream would leave twice, once from
 // each process.
 void CGlobal::BeforeFork() {
-  CGlobal* global = tagContext::Get();
+  CGlobal* global = AcquireLoad(g_Context);
+  if (global == nullptr) return;
   if (RelaxedLoad(global->m_Attribute.m_OutputConsole) != 0) std::fflush(stdout);
   global->m_ModuleMutex.lock();
   global->m_Output.BeforeFork();
   global->m_ConfigMutex.lock();
   global->m_ModuleState.BeforeFork();
   BeforeForkOfTime();
+  t_HoldsForFork = true;
 }
 
 void CGlobal::AfterForkInParent() {
+  if (!t_HoldsForFork) return;  // the context is younger
+  t_HoldsForFork = false;
   CGlobal* global = tagContext::Get();
   AfterForkOfTimeInParent();
   global->m_ModuleState.AfterForkInParent();
@@ -287,7 +308,9 @@ void CGlobal::AfterForkInParent() {
 }
 
 void CGlobal::AfterForkInChild() {
-  CGlobal* global = tagContext::Get();
+  t_HoldsForFork = false;
+  CGlobal* global = AcquireLoad(g_Context);
+  if (global == nullptr) return;
   AfterForkOfTimeInChild();
   global->m_ModuleState.AfterForkInChild();
   global->m_ConfigMutex.AfterForkInChild();

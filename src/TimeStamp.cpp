@@ -61,6 +61,22 @@ tagAbsoluteTime FromBrokenDown(const struct tm& local) {
 // see. Taken once a second, with nothing else locked inside. Guards the writing of g_KnownSecond.
 pthread_mutex_t s_ConversionLock = PTHREAD_MUTEX_INITIALIZER;
 
+// The calling thread is inside fork() and holds the lock. Handlers of the application that run
+// there may log.
+thread_local bool t_HoldsForFork = false;
+
+class CConversionGuard {
+ public:
+  CConversionGuard() {
+    if (!t_HoldsForFork) pthread_mutex_lock(&s_ConversionLock);
+  }
+  CConversionGuard(const CConversionGuard&) = delete;
+  CConversionGuard& operator=(const CConversionGuard&) = delete;
+  ~CConversionGuard() {
+    if (!t_HoldsForFork) pthread_mutex_unlock(&s_ConversionLock);
+  }
+};
+
 // Caller holds s_ConversionLock.
 void StoreKnownSecond(int64_t second, const tagTimeStamp& stamp, uint32_t headLength) {
   tagKnownSecond& known = g_KnownSecond;
@@ -84,7 +100,7 @@ void StoreKnownSecond(int64_t second, const tagTimeStamp& stamp, uint32_t headLe
 // Converts a second, unless another thread has done so meanwhile. Gives the stamp's time and text
 // without milliseconds. A second that cannot be converted leaves nothing known.
 bool ConvertSecond(time_t second, tagTimeStamp& stamp, uint32_t& headLength) {
-  pthread_mutex_lock(&s_ConversionLock);
+  const CConversionGuard guard;
   bool converted = ReadKnownSecond(second, stamp.m_Text, headLength, &stamp.m_Time);
   if (!converted) {
     struct tm local;
@@ -99,7 +115,6 @@ bool ConvertSecond(time_t second, tagTimeStamp& stamp, uint32_t& headLength) {
       RelaxedStore(g_KnownSecond.m_Sequence, RelaxedLoad(g_KnownSecond.m_Sequence) | 1);
     }
   }
-  pthread_mutex_unlock(&s_ConversionLock);
   return converted;
 }
 
@@ -128,13 +143,16 @@ bool TakeTimeStamp(tagTimeStamp& stamp) {
 
 void BeforeForkOfTime() {
   pthread_mutex_lock(&s_ConversionLock);
+  t_HoldsForFork = true;
 }
 
 void AfterForkOfTimeInParent() {
+  t_HoldsForFork = false;
   pthread_mutex_unlock(&s_ConversionLock);
 }
 
 void AfterForkOfTimeInChild() {
+  t_HoldsForFork = false;
   pthread_mutex_init(&s_ConversionLock, nullptr);
 }
 

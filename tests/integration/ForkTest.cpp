@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,7 +20,8 @@ namespace {
 
 constexpr int kThreads = 4;
 constexpr int kChildRecords = 50;
-// Far beyond what any step takes: a child syncs its file, and a busy disk holds that up for seconds.
+// Far beyond what any step takes: a child syncs its file, and a busy disk holds that up for
+// seconds.
 constexpr int kLimitMs = 30000;
 
 // The leak sanitizer would miss what only the stacks of the parent's threads refer to.
@@ -336,6 +338,29 @@ TEST(Fork, ChildInitializesThoughAThreadOfTheParentWasAtIt) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
   KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkInsideInitialize"));
+}
+
+int gForkRound = 0;
+
+// The program's own handlers of fork log. They are older than the library's context.
+CHILD_CASE(ForkWithHandlersThatLog) {
+  pthread_atfork([] { LogNumber("prepare", gForkRound); }, [] { LogNumber("parent", gForkRound); },
+                 [] { LogNumber("child", gForkRound); });
+  StartEngine(args.at(0), 4096);
+  for (; gForkRound < Rounds(); ++gForkRound) {
+    const pid_t pid = fork();
+    if (pid == 0) std::exit(0);
+    EXPECT_EQ(0, WaitForProcess(pid, kLimitMs)) << "round " << gForkRound;
+  }
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
+  EXPECT_TRUE(IsAllThere(AllText(args.at(1)),
+                         {{"prepare", Rounds()}, {"parent", Rounds()}, {"child", Rounds()}}));
+  return 0;
+}
+
+TEST(Fork, TheProgramsOwnForkHandlersMayLog) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkWithHandlersThatLog"));
 }
 
 }  // namespace

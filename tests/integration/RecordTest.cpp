@@ -407,6 +407,22 @@ TEST(Record, FormatSeesTheCallersErrnoAndLeavesItAsItWas) {
   EXPECT_TRUE(Passes("CallersErrno"));
 }
 
+CHILD_CASE(ErrnoOfTheFirstCall) {
+  CPrintedText printed;
+  const std::string format = ErrnoFormat("first");
+  errno = ENOSPC;
+  EXPECT_EQ(0, KLog(eLogLevelError, "net", "rx", format.c_str(), 5));
+  EXPECT_EQ(ENOSPC, errno) << "left as it was";
+  const std::string shown = printed.Take();
+  EXPECT_NE(std::string::npos, shown.find(std::string("first 5 ") + std::strerror(ENOSPC)))
+      << shown;
+  return 0;
+}
+
+TEST(Record, MakingTheContextDoesNotComeBetweenTheCallAndItsErrno) {
+  EXPECT_TRUE(Passes("ErrnoOfTheFirstCall"));
+}
+
 CHILD_CASE(ErrnoBesideFailures) {
   CPrintedText printed;
   UseBareRecords();

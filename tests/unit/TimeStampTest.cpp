@@ -196,6 +196,21 @@ TEST(TimeStamp, TheFirstSecondOfTheEpochIsConvertedToo) {
   EXPECT_EQ(text, "1970-01-01 00:00:00.000");
 }
 
+// A handler of the program may log in the middle of fork, when a new second has begun.
+TEST(TimeStamp, TheThreadThatForksConvertsASecondWhileItHoldsTheLock) {
+  CFakeClock clock(kMorning);
+  EXPECT_EQ(TextNow(), "2024-03-15 08:30:00.000");
+  BeforeForkOfTime();
+  clock.Set(kMorning + 1);
+  EXPECT_EQ(TextNow(), "2024-03-15 08:30:01.000");
+  AfterForkOfTimeInParent();
+  clock.Set(kMorning + 2);
+  std::string text;
+  std::thread([&text] { text = TextNow(); }).join();
+  EXPECT_EQ(text, "2024-03-15 08:30:02.000");
+  EXPECT_EQ(TextNow(), text);
+}
+
 // snprintf's view of FormatTime. The text is a copy on the heap, so that every byte counts.
 void ExpectFormatted(const tagAbsoluteTime& time, int size) {
   std::vector<char> expected(static_cast<size_t>(size) + 1, '\x5a');
