@@ -102,7 +102,10 @@ int COutput::StoreSlowly(const char* text, int length) {
   {
     const CUnlockAtEnd unlock(m_BufferMutex);
     if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
-    if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) return eResultInvalid;
+    if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) {
+      RelaxedAdd(m_Refused, 1);
+      return eResultInvalid;
+    }
     tagLimits limits;
     ReadLimits(limits);
     if (limits.m_LogMaxSize > 0) {
@@ -372,13 +375,14 @@ void COutput::WakeWriter() {
   if (RelaxedLoad(m_WriterOnDemand) == eOnDemandIdle) {
     RelaxedStore(m_WriterOnDemand, eOnDemandWanted);
   }
-  RelaxedStore(m_WakeWanted, 1);
+  ReleaseStore(m_WakeWanted, 1);
 }
 
+// Exchanged in one step: who takes back another thread's wish has seen that thread's hand-over, and
+// so has the writer that it wakes.
 void COutput::WakeWantedWriter() {
   if (RelaxedLoad(m_WakeWanted) == 0) return;
-  RelaxedStore(m_WakeWanted, 0);
-  m_Signal.signal();
+  if (__atomic_exchange_n(&m_WakeWanted, int16_t{0}, __ATOMIC_ACQ_REL) != 0) m_Signal.signal();
 }
 
 // Starts the writer of a forked child, once. No lock is held: a failure is reported.

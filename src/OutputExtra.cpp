@@ -207,7 +207,9 @@ void COutput::CrashWrite() {
     RelaxedStore(m_BackLength, 0);
     RelaxedStore(m_FrontLength, 0);
     if (backBuffer != nullptr) WriteRaw(fd, backBuffer, back);
-    if (frontBuffer != nullptr) WriteRaw(fd, frontBuffer, front);
+    // In the middle of a hand-over both are the same text.
+    const bool isSame = frontBuffer == backBuffer && back > 0;
+    if (frontBuffer != nullptr && !isSame) WriteRaw(fd, frontBuffer, front);
   }
   if (life == eLifeOpen) RelaxedStore(m_Ended, life);  // the program may survive the signal
 }

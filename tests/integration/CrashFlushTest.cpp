@@ -115,6 +115,34 @@ TEST(CrashFlush, WorksWithTheLocksHeldByAnotherThread) {
   EXPECT_TRUE(IsAllThere(AllText(logs.Path()), {{"a", 20}}));
 }
 
+// The members as they stand after each step of a hand-over.
+CHILD_CASE(CrashInTheHandOver) {
+  const int step = std::atoi(args.at(2).c_str());
+  UseSize(args.at(0), 4096, kHugeFile);
+  EXPECT_EQ(0, KelvikExtra_InstallCrashFlush());
+  for (int number = 0; number < 20; ++number)
+    LogNumber("a", number);
+  COutput& output = Output();
+  output.m_BufferMutex.lock();
+  output.m_WriteMutex.lock();
+  static const char* const empty = output.m_BackBuffer;
+  if (step >= 1) output.m_BackBuffer = output.m_FrontBuffer;
+  if (step >= 2) output.m_BackLength = output.m_FrontLength;
+  if (step >= 3) output.m_FrontLength = 0;
+  if (step >= 4) output.m_FrontBuffer = const_cast<char*>(empty);
+  Fault();
+  return 0;
+}
+
+TEST(CrashFlush, AHandOverUnderWaySavesEachRecordOnce) {
+  for (int step = 0; step <= 4; ++step) {
+    const CTempDir logs;
+    const tagChildResult result = RunCrash("CrashInTheHandOver", logs, {std::to_string(step)});
+    EXPECT_EQ(SIGSEGV, result.m_Signal) << result.m_Errors;
+    EXPECT_TRUE(IsAllThere(AllText(logs.Path()), {{"a", 20}})) << "after step " << step;
+  }
+}
+
 CHILD_CASE(CrashInTheWriter) {
   UseSize(args.at(0), 4096, kHugeFile);
   EXPECT_EQ(0, Initialize());

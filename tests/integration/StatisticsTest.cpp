@@ -1,8 +1,11 @@
 // The counters of the additions and their display. KelvikExtraTest.cpp holds the first version.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "ConsoleClient.h"
 #include "LossTools.h"
@@ -63,6 +66,34 @@ CHILD_CASE(CountWhatIsNotTaken) {
 
 TEST(Statistics, RecordsThatAreNotTakenAreCountedApart) {
   EXPECT_TRUE(RunCase("CountWhatIsNotTaken"));
+}
+
+// The disk is found full while the record waits for the buffer.
+CHILD_CASE(CountWhatIsRefusedLate) {
+  UseSize(args.at(0), 1024, kHugeFile);
+  LogNumber("a", 0);
+  Output().m_BufferMutex.lock();
+  std::atomic<pid_t> caller{0};
+  std::thread logger([&] {
+    caller = gettid();
+    EXPECT_EQ(3, LogNumber("a", 1));
+  });
+  EXPECT_TRUE(WaitUntil(
+      [&] {
+        const std::string stat = ReadFile("/proc/self/task/" + std::to_string(caller) + "/stat");
+        return stat.find(") S ") != std::string::npos;
+      },
+      20000));
+  Put(Output().m_DiskFull, 1);
+  Output().m_BufferMutex.unlock();
+  logger.join();
+  EXPECT_EQ(1u, Statistics().m_RecordsRefused);
+  EXPECT_EQ(1u, Statistics().m_RecordsAccepted);
+  return 0;
+}
+
+TEST(Statistics, RecordRefusedBehindTheLockIsCounted) {
+  EXPECT_TRUE(RunCase("CountWhatIsRefusedLate", {}, 60000));
 }
 
 CHILD_CASE(CountOtherSinks) {
