@@ -10,14 +10,14 @@
 
 #include "Kelvik.h"
 
-static int g_Records;
-static int g_Failed;
+static int gRecords;
+static int gFailed;
 
 static void* LogAll(void* name) {
-  for (int i = 0; i < g_Records; ++i) {
+  for (int i = 0; i < gRecords; ++i) {
     enum eLogLevel level = (enum eLogLevel)(eLogLevelDebug + i % 5);
     if (KLog(level, "device", name, "reading %d\n", i) != eResultSuccess) {
-      __atomic_store_n(&g_Failed, 1, __ATOMIC_RELAXED);
+      __atomic_store_n(&gFailed, 1, __ATOMIC_RELAXED);
     }
   }
   return NULL;
@@ -30,7 +30,7 @@ int main(int argc, char** argv) {
   char on = 1;
   char off = 0;
   if (argc != 2) return 64;
-  g_Records = atoi(argv[1]);
+  gRecords = atoi(argv[1]);
   openlog("sensord", LOG_PID, LOG_LOCAL3);
   SetAttribute(eAttributeOutput, eOutputTerminal, &off, 1);
   SetAttribute(eAttributeOutput, eOutputSyslog, &on, 1);
@@ -39,7 +39,7 @@ int main(int argc, char** argv) {
   }
   if (pthread_create(&other, NULL, LogAll, hot) != 0) return 1;
   LogAll(cold);
-  if (pthread_join(other, NULL) != 0 || g_Failed) return 1;
+  if (pthread_join(other, NULL) != 0 || gFailed) return 1;
   printf("%d\n", (int)getpid());
   return 0;
 }
