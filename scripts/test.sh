@@ -139,6 +139,7 @@ run_stage() {
     release)
       need_packages $kelvik_guard_packages || echo "bench.InstructionGuard will be SKIPPED"
       need_packages $kelvik_lnav_packages || echo "integration.LnavFormat will be SKIPPED"
+      need_packages $kelvik_tmux_packages || echo "integration.KelvikctlTmux will be SKIPPED"
       need_packages $kelvik_packaging_packages || echo "parts of packaging.* will be SKIPPED"
       unpack_rsyslog || echo "integration.Fleet will be SKIPPED"
       suite release
