@@ -62,6 +62,25 @@ TEST(WithoutMemory, ModuleIsRegisteredWholeOrNotAtAll) {
   EXPECT_TRUE(Succeeded(RunChild("RegisterWithoutMemory")));
 }
 
+CHILD_CASE(UnregisterWithoutMemory) {
+  const char name[] = "a module whose name needs memory of its own";
+  const char other[] = "another module whose name needs memory of its own";
+  EXPECT_EQ(0, registerModule(name, "V1"));
+  CGlobal& context = *CGlobal::Instance();
+  EXPECT_GE(FailEach([&] { return context.PopModuleName(other); },
+                     [](int result) { EXPECT_EQ(eResultFailure, result); }),
+            1);
+  EXPECT_GE(FailEach([&] { return UnregisterModule(other); },
+                     [](int result) { EXPECT_EQ(eResultSuccess, result) << "it says so always"; }),
+            1);
+  EXPECT_EQ(1u, context.m_ModuleAttribute.count(name));
+  return 0;
+}
+
+TEST(WithoutMemory, QuestionForAModuleFails) {
+  EXPECT_TRUE(Succeeded(RunChild("UnregisterWithoutMemory")));
+}
+
 CHILD_CASE(RegisterCallbackWithoutMemory) {
   CGlobal::Instance();
   EXPECT_GE(FailEach([] { return ModuleStateRegister("net", "state", Show, nullptr); },
