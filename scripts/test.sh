@@ -152,8 +152,7 @@ run_stage() {
     coverage)
       suite_with coverage $kelvik_coverage_packages
       [ -f build/coverage/ctest.log ] &&
-        gcovr --root . --object-directory build/coverage --filter 'src/' --filter 'inc/' \
-          --exclude-throw-branches --print-summary
+        step coverage-report python3 scripts/coverage.py build/coverage 97 90
       ;;
     fuzz) fuzz ;;
     demo) step demo sh scripts/demo.sh ;;
