@@ -251,6 +251,10 @@ void COutput::AfterForkInChild() {
   m_FinishedCount = 0;
   m_Buffered = tagBufferedCounters();
   m_Statistics = tagOutputStatistics();
+  m_BelowLevel = 0;
+  m_Refused = 0;
+  m_TerminalRecords = 0;
+  m_SystemRecords = 0;
 }
 
 }  // namespace Kelvik

@@ -96,7 +96,7 @@ inline char* PutMilliseconds(char* at, uint32_t microseconds) {
 }
 
 inline int PutKnownTimeStamp(char* field) {
-  timeval now;
+  timeval now = {};  // a time that is refused is the first second's, as elsewhere
   gettimeofday(&now, nullptr);
   uint32_t length;
   if (!ReadKnownSecond(now.tv_sec, field, length, nullptr)) return 0;

@@ -232,9 +232,22 @@ int CountThreads() {
 CHILD_CASE(ForkOnDemand) {
   StartEngine(args.at(0), 4096);
   LogNumbers("parent", 10);
+  const char off = 0;
+  SetAttribute(eAttributeLevel, eLogLevelDebug, &off, 1);
+  KLog(eLogLevelDebug, nullptr, nullptr, "below the level");
+  SwitchFile(false);
+  SwitchTerminal(true);
+  KLog(eLogLevelError, nullptr, nullptr, "on the terminal");
+  SwitchTerminal(false);
+  SwitchFile(true);
+  EXPECT_NE(0u, Statistics().m_TerminalRecords);
+  EXPECT_NE(0u, Statistics().m_RecordsBelowLevel);
   const pid_t pid = fork();
   if (pid == 0) {
-    if (Statistics().m_RecordsAccepted != 0) _exit(31);
+    const tagKelvikStatistics counters = Statistics();
+    if (counters.m_RecordsAccepted != 0) _exit(31);
+    if (counters.m_RecordsBelowLevel != 0 || counters.m_RecordsRefused != 0) _exit(37);
+    if (counters.m_TerminalRecords != 0 || counters.m_SystemRecords != 0) _exit(38);
     if (CountThreads() != 1) _exit(32);
     LogNumbers("child", 10);
     if (CountThreads() != 1) _exit(33);
