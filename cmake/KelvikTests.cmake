@@ -87,8 +87,9 @@ function(kelvik_add_test)
   endif()
   target_link_libraries(${target} PRIVATE ${arg_LIBS})
   kelvik_link_library_under_test(${target} "${arg_SHARED}" "${arg_STATIC}")
-  if(name MATCHES "^(integration|fault)")
+  if(name MATCHES "^(integration|fault)" OR (KELVIK_SANITIZE AND NOT name MATCHES "Ini|RecordFormat"))
     # Most of a build's time would be spent on optimising these; what they test is the library.
+    # The others take longer to run without than to compile with it.
     target_compile_options(${target} PRIVATE -O0)
   endif()
   foreach(program IN LISTS arg_PROGRAMS)
