@@ -44,6 +44,7 @@ class xini_file_t : public xini_node_t {
   // Makes an empty document and loads `path`; a missing file leaves it empty and bound to the path.
   explicit xini_file_t(const std::string& path) : xini_file_t() { load(path); }
   // Saves a changed document, as release() does.
+  /* cppcheck-suppress virtualCallInConstructor ; it is taken for the constructor above */
   ~xini_file_t() override;
 
   // Releases the document, then binds it to `path` and reads it. The document is clean afterwards.
@@ -152,7 +153,7 @@ inline bool xini_file_t::is_absent(int error) {
 
 inline bool xini_file_t::load(const std::string& path) {
   // The caller's text may be a part of this document.
-  const std::string kept(path);
+  const std::string kept(path);  // NOLINT(performance-unnecessary-copy-initialization)
   release();
   m_xstr_path = kept;
   if (kept.empty()) return false;
@@ -250,7 +251,7 @@ inline void xini_file_t::push_line(std::string_view line, xini_section_t*& curre
   } else if (!current->push_node(node.get())) {
     return;
   }
-  node.release();
+  static_cast<void>(node.release());
   m_xbt_dirty = true;
 }
 

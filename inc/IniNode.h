@@ -115,7 +115,7 @@ class xini_node_t {
 
   // A letter as a signed char, 'A' to 'Z' as the small one.
   static int fold(char letter) {
-    const int code = static_cast<signed char>(letter);
+    const auto code = static_cast<signed char>(letter);
     return code >= 'A' && code <= 'Z' ? code - 'A' + 'a' : code;
   }
 

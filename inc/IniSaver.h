@@ -177,7 +177,8 @@ inline std::string xini_saver_t::follow_links(const std::string& path) {
     const ssize_t length = ::readlink(target.c_str(), text, sizeof text);
     if (length <= 0) break;
     const std::string link(text, static_cast<std::size_t>(length));
-    target = link[0] == '/' ? link : cut(target).folder + link;
+    target = link[0] == '/' ? "" : cut(target).folder;
+    target += link;
   }
   return target;
 }

@@ -214,7 +214,7 @@ inline void xini_section_t::end_with_nilline() {
   if (has_end_nilline()) return;
   std::unique_ptr<xini_node_t> line(new xini_nilline_t(m_xowner_ptr));
   push_run_node(line.get());
-  line.release();
+  static_cast<void>(line.release());
 }
 
 // A removed key leaves the lines above it without a key or header behind them: they become runs.

@@ -20,7 +20,7 @@ inline tagWord LoadUnaligned(const char* from) {
 }
 
 template <class tagWord>
-inline void StoreUnaligned(char* to, tagWord word) {
+inline void StoreUnaligned(char* to, tagWord word) {  // NOLINT(readability-non-const-parameter)
   reinterpret_cast<tagUnaligned<tagWord>*>(to)->m_Word = word;
 }
 

@@ -23,6 +23,7 @@ CFocusName::CFocusName()
 
 CFocusName::CFocusName(const CFocusName&) : CFocusName() {}
 
+// cppcheck-suppress operatorEqVarError ; nothing is taken from the other one
 CFocusName& CFocusName::operator=(const CFocusName&) {
   return *this;
 }

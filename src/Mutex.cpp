@@ -57,6 +57,7 @@ int CMutex::trylock() {
 // The rest of a guard is inline: it stands on a record's road.
 CGuard::CGuard(const CGuard&) : m_Mutex(nullptr) {}
 
+// cppcheck-suppress operatorEqVarError ; nothing is taken from the other one
 CGuard& CGuard::operator=(const CGuard&) {
   return *this;
 }

@@ -82,7 +82,7 @@ void COutput::PrintRecord(const tagRecord& record) {
     const size_t lead = std::strlen(colour);
     char* begin = record.m_Composable - lead;
     char* end = record.m_Composable + record.m_Length;
-    std::memcpy(begin, colour, lead);
+    std::memcpy(begin, colour, lead);  // NOLINT(bugprone-not-null-terminated-result)
     const size_t tail = colour == kReset ? 0 : sizeof(kReset) - 1;
     std::memcpy(end, kReset, tail);
     printed = PrintPiece(begin, static_cast<size_t>(end - begin) + tail);

@@ -89,6 +89,8 @@ const char* ReadCount(const char* at, const char* end, size_t& count) {
   return at;
 }
 
+constexpr char kKinds[] = {'d', 'i', 'u', 'x', 'X', 'o', 'c'};
+
 // Reads the conversion whose '%' stands before at. Returns its end, or null when it is none that is
 // taken.
 const char* ReadConversion(const char* at, const char* end, tagConversion& conversion) {
@@ -99,7 +101,7 @@ const char* ReadConversion(const char* at, const char* end, tagConversion& conve
     conversion.m_HasPrecision = true;
     at = ReadCount(at + 1, end, conversion.m_Precision);
   }
-  if (at == end || memchr("diuxXoc", *at, 7) == nullptr) return nullptr;
+  if (at == end || memchr(kKinds, *at, sizeof(kKinds)) == nullptr) return nullptr;
   conversion.m_Kind = *at;
   return at + 1;
 }

@@ -50,6 +50,7 @@ CSignal::CSignal()
 
 CSignal::CSignal(const CSignal&) : CSignal() {}
 
+// cppcheck-suppress operatorEqVarError ; nothing is taken from the other one
 CSignal& CSignal::operator=(const CSignal&) {
   return *this;
 }

@@ -126,6 +126,7 @@ CThread::CThread(const char* name)
 
 CThread::CThread(const CThread&) : CThread(nullptr) {}
 
+// cppcheck-suppress operatorEqVarError ; nothing is taken from the other one
 CThread& CThread::operator=(const CThread&) {
   return *this;
 }

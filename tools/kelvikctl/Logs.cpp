@@ -225,6 +225,7 @@ class CLogs {
       const CRingFile::ePlace place = file->Place();
       if (place == CRingFile::ePlace::kHere ||
           (place == CRingFile::ePlace::kGone && file.get() == m_Newest)) {
+        // cppcheck-suppress returnStdMoveLocal ; it is the list's
         return std::move(file);
       }
     }

@@ -46,9 +46,10 @@ int64_t CRingFile::Size() const {
 }
 
 std::size_t CRingFile::Read(char* space, std::size_t room, int64_t end) {
-  if (end >= 0)
+  if (end >= 0) {
     room = static_cast<std::size_t>(
         std::clamp<int64_t>(end - m_Offset, 0, static_cast<int64_t>(room)));
+  }
   if (room == 0) return 0;
   ssize_t count;
   do {

@@ -35,7 +35,7 @@ class CReader {
       m_IsGood = false;
       return "";
     }
-    const std::string before = m_Text.substr(m_At, found - m_At);
+    std::string before = m_Text.substr(m_At, found - m_At);
     m_At = found + end.size();
     return before;
   }
@@ -47,7 +47,7 @@ class CReader {
       m_IsGood = false;
       return "";
     }
-    const std::string before = m_Text.substr(m_At, m_Text.size() - end.size() - m_At);
+    std::string before = m_Text.substr(m_At, m_Text.size() - end.size() - m_At);
     m_At = m_Text.size();
     return before;
   }

@@ -50,7 +50,7 @@ CStopSignal::CStopSignal(bool catchesStop) {
     sigaction(kSignals.at(i), nullptr, &gBefore.at(i));
     if (gBefore.at(i).sa_handler != SIG_IGN) sigaction(kSignals.at(i), &action, nullptr);
   }
-  signal(SIGPIPE, SIG_IGN);
+  static_cast<void>(signal(SIGPIPE, SIG_IGN));
 }
 
 CStopSignal::~CStopSignal() {

@@ -34,12 +34,13 @@ void Watch(CProcess& process, const tagOptions& options) {
   bool isFirst = true;
   while (!stop.HasCome()) {
     std::string text = display.Read(options.m_Module, options.m_Title);
+    // cppcheck-suppress oppositeInnerCondition ; a signal may come while it reads
     if (stop.HasCome()) return;
     if (isTerminal) {
       text = InPlace(text);
-      if (isFirst) text = kClearBelow + text;
+      if (isFirst) text.insert(0, kClearBelow);
     } else if (!isFirst) {
-      text = "\n" + text;
+      text.insert(0, "\n");
     }
     isFirst = false;
     if (WriteOut(text.data(), text.size(), stop.Descriptor()) != eWrite::kDone) return;

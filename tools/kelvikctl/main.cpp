@@ -49,7 +49,7 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
   using namespace KelvikCtl;
   HoldStandardDescriptors();
-  signal(SIGPIPE, SIG_IGN);
+  static_cast<void>(signal(SIGPIPE, SIG_IGN));
   try {
     return Run(argc, argv);
   } catch (const CFailure& failure) {

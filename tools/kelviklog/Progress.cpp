@@ -74,7 +74,7 @@ std::string CProgress::Text() const {
   std::snprintf(numbers, sizeof(numbers), ": %3d %%, %.1f of %.1f MiB",
                 static_cast<int>(static_cast<double>(m_Done) * 100.0 / static_cast<double>(all)),
                 static_cast<double>(m_Done) / kMib, static_cast<double>(all) / kMib);
-  const std::string text = m_Name + numbers;
+  std::string text = m_Name + numbers;
   // The name's end tells more than its start.
   const std::size_t columns = Columns();
   if (text.size() <= columns) return text;

@@ -45,8 +45,8 @@ bool CStopSignal::Install(std::string& problem) {
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
     Catch(number);
   }
-  signal(SIGPIPE, SIG_IGN);
-  signal(SIGXFSZ, SIG_IGN);
+  static_cast<void>(signal(SIGPIPE, SIG_IGN));
+  static_cast<void>(signal(SIGXFSZ, SIG_IGN));
   return true;
 }
 
