@@ -2,7 +2,7 @@
 # Builds and runs everything that has to hold, from clean build folders.
 #   sh scripts/test.sh                  all stages
 #   sh scripts/test.sh release asan     some: release clang asan tsan mipsel coverage dev fuzz demo
-#                                       format i686
+#                                       format i686 lint
 # Installs what is missing with apt-get. Environment:
 #   KELVIK_ROUNDS        rounds of the long loops (20)
 #   KELVIK_FUZZ_SECONDS  for each fuzz target (10)
@@ -156,6 +156,13 @@ run_stage() {
       ;;
     fuzz) fuzz ;;
     demo) step demo sh scripts/demo.sh ;;
+    lint)
+      if need_packages $kelvik_clang_packages $kelvik_lint_packages; then
+        step lint sh scripts/lint.sh
+      else
+        skip lint "packages are missing"
+      fi
+      ;;
     format)
       if [ ! -e .git ]; then
         skip format "not a git checkout"
