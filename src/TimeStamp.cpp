@@ -126,7 +126,7 @@ bool TakeTimeStamp(tagTimeStamp& stamp) {
   timeval now = {};
   gettimeofday(&now, nullptr);
   stamp.m_Seconds = now.tv_sec;
-  uint32_t headLength;
+  uint32_t headLength = 0;
   if (!ReadKnownSecond(now.tv_sec, stamp.m_Text, headLength, &stamp.m_Time) &&
       !ConvertSecond(now.tv_sec, stamp, headLength)) {
     stamp.m_Time = tagAbsoluteTime{};
