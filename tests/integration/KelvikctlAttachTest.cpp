@@ -173,7 +173,7 @@ TEST(KelvikctlAttach, ProcessThatPrintsWithoutPauseIsLeftInTime) {
 
 TEST(KelvikctlAttach, ProcessThatCannotOpenItsConsoleIsAFailure) {
   CTicking process;
-  Strings command = CtlArgs(process.Port(), {"--timeout", "1", "attach", "--for", "0.3"});
+  Strings command = CtlArgs(process.Port(), {"--timeout", "6", "attach", "--for", "0.3"});
   process.CloseHome();
   const tagChildResult result = RunCommand(ProgramCommand(KELVIK_KELVIKCTL, command), Patient());
   EXPECT_EQ(1, result.m_ExitCode);
