@@ -201,7 +201,7 @@ TEST(Kelvikctl, ProcessThatDoesNotOpenTheTerminalIsNoAnswer) {
   CFakeConsole console;
   console.FallSilent();
   for (const Strings& args : {Strings{"status"}, {"send", "-x"}, {"attach"}}) {
-    Strings all = {"--timeout", "0.3"};
+    Strings all = {"--timeout", "1.5"};
     all.insert(all.end(), args.begin(), args.end());
     const tagChildResult result = RunCtl(console.Port(), all);
     EXPECT_EQ(2, result.m_ExitCode) << args[0];
@@ -237,7 +237,7 @@ TEST(Kelvikctl, OtherUsersProcessIsNamedAsTheReason) {
   const std::string output = child.Output();
   const int port = std::atoi(output.c_str() + output.find("port ") + 5);
   const tagChildResult result =
-      RunCtl(static_cast<uint16_t>(port), {"--timeout", "1", "level", "debug", "on"});
+      RunCtl(static_cast<uint16_t>(port), {"--timeout", "3", "level", "debug", "on"});
   EXPECT_EQ(2, result.m_ExitCode);
   EXPECT_TRUE(Contains(result.m_Errors, "cannot open the pseudo-terminal")) << result.m_Errors;
   EXPECT_FALSE(Contains(child.Output(), "-leveldbg")) << child.Output();
