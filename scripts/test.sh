@@ -4,7 +4,7 @@
 #   sh scripts/test.sh release asan     some: release clang asan tsan mipsel coverage dev fuzz demo
 #                                       format i686 lint
 # Installs what is missing with apt-get. Environment:
-#   KELVIK_ROUNDS        rounds of the long loops (20)
+#   KELVIK_ROUNDS        rounds of the long loops (20; 8 under sanitizers and the emulator)
 #   KELVIK_FUZZ_SECONDS  for each fuzz target (10)
 #   KELVIK_KEEP          set: build on in the existing folders
 #   KELVIK_TIME_FACTOR   set: instead of the presets' factor for time limits
@@ -12,6 +12,7 @@
 set -u
 cd "$(dirname "$0")/.." || exit 1
 . scripts/lib.sh
+slow_rounds=${KELVIK_ROUNDS:-8}
 export KELVIK_ROUNDS="${KELVIK_ROUNDS:-20}"
 fuzz_seconds=${KELVIK_FUZZ_SECONDS:-10}
 stages=${*:-format release asan tsan mipsel fuzz demo}
@@ -75,10 +76,12 @@ suite_with() {
   if need_packages "$@"; then suite "$stage"; else skip "$stage" "packages are missing"; fi
 }
 
-# Runs the command with the tests' temporary files in memory, unless TMPDIR says where they belong.
-# The release stage keeps them on a disk.
-in_memory() {
+# Runs a suite that takes several times as long as the release: fewer rounds, and the tests' temporary
+# files in memory, unless TMPDIR says where they belong. The release stage keeps them on a disk.
+slow() {
+  rounds=$KELVIK_ROUNDS
   folder=$(memory_folder)
+  KELVIK_ROUNDS=$slow_rounds
   if [ -n "${TMPDIR:-}" ] || [ -z "$folder" ]; then
     "$@"
   else
@@ -87,6 +90,7 @@ in_memory() {
     "$@"
     unset TMPDIR
   fi
+  KELVIK_ROUNDS=$rounds
 }
 
 # The programs run by themselves where the kernel takes 32-bit ones.
@@ -146,10 +150,10 @@ run_stage() {
       suite release
       ;;
     dev) suite dev ;;
-    asan | tsan) in_memory suite "$1" ;;
+    asan | tsan) slow suite "$1" ;;
     clang) suite_with clang $kelvik_clang_packages ;;
-    mipsel) in_memory suite_with mipsel $kelvik_mipsel_packages ;;
-    i686) in_memory i686 ;;
+    mipsel) slow suite_with mipsel $kelvik_mipsel_packages ;;
+    i686) slow i686 ;;
     coverage)
       suite_with coverage $kelvik_coverage_packages
       [ -f build/coverage/ctest.log ] &&
