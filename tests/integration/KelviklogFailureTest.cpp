@@ -153,9 +153,9 @@ TEST(KelviklogFailure, AFileLimitLosesRecordsAndSaysSo) {
   const CTempDir folder;
   const CTempDir work;
   ASSERT_TRUE(WriteFile(work.File("input"), Join(Numbers(0, 5000))));
-  // The thread sanitizer maps a file of its own from TEST_TMPDIR, which the limit would cut short.
+  // The thread sanitizer maps a file of its own in TMPDIR, which the limit would cut short.
   const tagChildResult result =
-      RunInShell("export TEST_TMPDIR=/nonexistent; ulimit -f 8; exec \"$@\"",
+      RunInShell("export TMPDIR=/nonexistent; ulimit -f 8; exec \"$@\"",
                  {"--no-terminal", "--no-time", "--dir", folder.Path(), work.File("input")}, 30000);
   EXPECT_EQ(result.m_ExitCode, kFailed);
   EXPECT_EQ(result.m_Output, "");
