@@ -100,7 +100,7 @@ TEST(KelvikctlCheck, WhatItSaysOfAValueIsWhatAStartMakesOfIt) {
     ASSERT_TRUE(Succeeded(start));
     for (const std::string key : kKeys) {
       const bool isSize = key == "LogMaxSize" || key == "bufferSize";
-      const long wanted = isSize ? value * 1024 : value;
+      const long long wanted = isSize ? value * 1024LL : value;
       const std::string shown = key + " is " + std::to_string(wanted) + "\n";
       const bool isTaken = start.m_Output.find(shown) != std::string::npos;
       const bool isSaid = check.m_Output.find(": " + key + " ") != std::string::npos;
