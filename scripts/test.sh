@@ -48,8 +48,8 @@ suite() {
     fail "$1" "it does not build"
     return
   fi
-  # Many tests wait for a timer, the disk or another process: two more than there are cores.
-  ctest --preset "$1" -j "$((kelvik_cores + 2))" > "build/$1/ctest.log" 2>&1
+  # Many tests wait for a timer, the disk or another process: one more than there are cores.
+  ctest --preset "$1" -j "$((kelvik_cores + 1))" > "build/$1/ctest.log" 2>&1
   result=$?
   cat "build/$1/ctest.log"
   show_skipped_cases "$1"
