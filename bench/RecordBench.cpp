@@ -76,6 +76,12 @@ void BM_Floor(benchmark::State& state) {
 }
 BENCHMARK(BM_Floor)->Iterations(kRecords);
 
+void BM_Threads_Floor(benchmark::State& state) {
+  if (state.thread_index() == 0) CFloor::Open();
+  Run(state, CFloor::Record);
+}
+BENCHMARK(BM_Threads_Floor)->Threads(1)->Threads(2)->Iterations(kRecordsOfThread)->UseRealTime();
+
 // Opens the log file, once.
 void OpenKelvik() {
   static const bool isOpen = (CKelvikLogger::Open(Folder()), true);

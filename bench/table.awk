@@ -93,6 +93,10 @@ END {
   Heading("Two threads, records a second (best round)")
   Row("gain of the second thread", two / Best("per second Threads:1", "Kelvik"), "formatting alone",
       Best("per second Format:2", "Kelvik") / Best("per second Format:1", "Kelvik"), ">0.75")
+  floor = Best("per second Threads:2", "Floor")
+  Row("the same of the floor", floor / Best("per second Threads:1", "Floor"), "formatting alone",
+      Best("per second Format:2", "Kelvik") / Best("per second Format:1", "Kelvik"), "")
+  Row("both threads", two, "floor", floor, "")
   Row("both threads", two, "spdlog", Best("per second Threads:2", "Spdlog"), ">2.5")
 
   Heading("End to end into a rotating ring, seconds, all records there")
