@@ -140,8 +140,9 @@ class KELVIK_API CGlobal {
   // --- Members ---
 
   tagAttribute m_Attribute;  // first: a pointer to the context is one to the global settings
-  // Records and their delivery; the network console; the callbacks that operators reach.
-  COutput m_Output;
+  // Records and their delivery; the network console; the callbacks that operators reach. At the
+  // start of a cache line, m_BufferMutex and what changes with it share one line.
+  alignas(64) COutput m_Output;
   CConsole m_Console;
   CModuleState m_ModuleState;
   std::map<std::string, tagAttribute> m_ModuleAttribute;  // grows only; written under m_ModuleMutex

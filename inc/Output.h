@@ -214,6 +214,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   int32_t m_BackLength;           // bytes in m_BackBuffer, waiting for the writer; m_WriteMutex
   int8_t m_FileIndex;             // current slot of the ring, 0..9
   char m_FileNames[kSlotCount][kSlotNameBytes];  // empty: the slot is free
+  uint32_t m_FrontRecords;                       // records in m_FrontBuffer; m_BufferMutex
   CMutex m_BufferMutex;                          // front buffer, ring, mode flags
   CMutex m_WriteMutex;                           // back buffer, file size, the write itself
   CSignal m_Signal;                              // wakes the writer thread
@@ -257,6 +258,7 @@ class KELVIK_API COutput : public CThread::IExecute {
 
   // OutputBuffer.cpp. What stores or hands over holds m_BufferMutex. failed is set to the writer
   // whose failure is to be reported once all locks are released.
+  void SpinLock();
   int StoreRecord(const char* text, int length);
   bool AppendQuickly(const char* text, uint32_t bytes);
   int StoreSlowly(const char* text, int length);
@@ -327,7 +329,6 @@ class KELVIK_API COutput : public CThread::IExecute {
   enum eLife { eLifeOpen = 0, eLifeDraining = 1, eLifeEnded = 2 };
   enum eOnDemand { eOnDemandNo = 0, eOnDemandIdle = 1, eOnDemandWanted = 2 };
   uint32_t m_BufferCapacity;           // bytes each buffer really has; m_BufferMutex
-  uint32_t m_FrontRecords;             // records in m_FrontBuffer; m_BufferMutex
   uint32_t m_BackRecords;              // records in m_BackBuffer; m_WriteMutex
   uint8_t m_SlotOpened[kSlotCount];    // this process opened the slot's file since it was named
   uint8_t m_SlotRestored[kSlotCount];  // the slot's name came from the configuration file
