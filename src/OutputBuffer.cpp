@@ -73,7 +73,7 @@ int COutput::StoreRecord(const char* text, int length) {
     RelaxedAdd(m_Refused, 1);
     return eResultInvalid;
   }
-  m_BufferMutex.lock();
+  m_BufferMutex.lockSpinning();
   if (!AppendQuickly(text, static_cast<uint32_t>(length))) return StoreSlowly(text, length);
   m_BufferMutex.unlock();
   return eResultSuccess;
@@ -265,7 +265,8 @@ int COutput::WriteWaiting(const tagWriter& writer, const tagWriter*& failed) {
 // Caller holds m_BufferMutex.
 int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
   {
-    CGuard guard(&m_WriteMutex);  // a write of the writer thread comes to its end here
+    m_WriteMutex.lockSpinning();  // a write of the writer thread comes to its end here
+    const CUnlockAtEnd unlock(m_WriteMutex);
     if (m_BackLength == 0) return eResultSuccess;
   }
   int result = LockFile(writer);
@@ -324,7 +325,8 @@ void COutput::HandOver(const tagWriter*& failed) {
   const int32_t sizeLimit =
       LimitWord(*Context()->GetAttribute(), offsetof(tagAttribute, m_LogMaxSize));
   {
-    CGuard guard(&m_WriteMutex);
+    m_WriteMutex.lockSpinning();
+    const CUnlockAtEnd unlock(m_WriteMutex);
     DropBack(true);
     m_BatchSizeLimit = sizeLimit;
     ++m_HandedOver;

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sched.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -18,7 +21,9 @@ enum class eFailing { kNothing, kAttributeInit, kSetType, kMutexInit };
 
 eFailing gFailing = eFailing::kNothing;
 int gLiveAttributes = 0;
-int gOperationCode = 0;  // not 0: what locking and unlocking return, doing nothing
+int gOperationCode = 0;       // not 0: what locking and unlocking return, doing nothing
+int gCores = 2;               // of the process
+thread_local int gLooks = 0;  // calls of trylock by this thread
 
 }  // namespace
 
@@ -58,11 +63,19 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
 }
 
 int __wrap_pthread_mutex_trylock(pthread_mutex_t* mutex) {
+  ++gLooks;
   return gOperationCode != 0 ? gOperationCode : __real_pthread_mutex_trylock(mutex);
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
   return gOperationCode != 0 ? gOperationCode : __real_pthread_mutex_unlock(mutex);
+}
+
+int __wrap_sched_getaffinity(pid_t, size_t size, cpu_set_t* cores) {
+  CPU_ZERO_S(size, cores);
+  for (int core = 0; core < gCores; ++core)
+    CPU_SET_S(static_cast<size_t>(core), size, cores);
+  return gCores > 0 ? 0 : -1;
 }
 
 }  // extern "C"
@@ -116,12 +129,64 @@ TEST(Mutex, IsHeldUntilUnlockedAsOftenAsLocked) {
   EXPECT_EQ(TrylockElsewhere(mutex), eResultSuccess);
 }
 
+// How often a thread looks that waits for the mutex until another thread lets go of it.
+int LooksWhileWaiting(int cores) {
+  gCores = cores;
+  CCreatedMutex mutex;
+  gCores = 2;
+  EXPECT_EQ(mutex.lock(), eResultSuccess);
+  std::atomic<bool> waits{false};
+  std::atomic<bool> isHeld{true};
+  int looks = 0;
+  std::thread other([&] {
+    gLooks = 0;
+    waits = true;
+    EXPECT_EQ(mutex.lockSpinning(), eResultSuccess);
+    looks = gLooks;
+    EXPECT_FALSE(isHeld);
+    EXPECT_EQ(mutex.unlock(), eResultSuccess);
+  });
+  while (!waits)
+    std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  isHeld = false;
+  EXPECT_EQ(mutex.unlock(), eResultSuccess);
+  other.join();
+  return looks;
+}
+
+TEST(Mutex, SpinningLockLooksAgainBeforeItSleeps) {
+  const int looks = LooksWhileWaiting(2);
+  EXPECT_GT(looks, 1);
+  EXPECT_LT(looks, 100);
+}
+
+TEST(Mutex, SpinningLockOfUnknownCoresLooksAgain) {
+  EXPECT_GT(LooksWhileWaiting(0), 1);
+}
+
+TEST(Mutex, SpinningLockSleepsAtOnceOnOneCore) {
+  EXPECT_EQ(LooksWhileWaiting(1), 1);
+}
+
+TEST(Mutex, SpinningLockIsRecursiveAndNeedsACreatedMutex) {
+  CMutex none;
+  EXPECT_EQ(none.lockSpinning(), eResultFailure);
+  CCreatedMutex mutex;
+  EXPECT_EQ(mutex.lockSpinning(), eResultSuccess);
+  EXPECT_EQ(mutex.lockSpinning(), eResultSuccess);
+  EXPECT_EQ(mutex.unlock(), eResultSuccess);
+  EXPECT_EQ(TrylockElsewhere(mutex), eResultBusy);
+  EXPECT_EQ(mutex.unlock(), eResultSuccess);
+  EXPECT_EQ(TrylockElsewhere(mutex), eResultSuccess);
+}
+
 TEST(Mutex, WhatTheSystemRefusesIsAFailure) {
   CCreatedMutex mutex;
   for (int code : {EINVAL, EAGAIN, EPERM, ETIMEDOUT}) {
     SCOPED_TRACE(code);
     gOperationCode = code;
-    const int results[] = {mutex.lock(), mutex.trylock(), mutex.unlock()};
+    const int results[] = {mutex.lock(), mutex.lockSpinning(), mutex.trylock(), mutex.unlock()};
     gOperationCode = 0;
     for (int result : results)
       EXPECT_EQ(result, eResultFailure);
