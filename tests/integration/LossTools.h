@@ -27,6 +27,12 @@
 #if __has_feature(thread_sanitizer)
 #define KELVIK_THREAD_SANITIZER 1
 #endif
+#if __has_feature(address_sanitizer)
+#define KELVIK_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define KELVIK_ADDRESS_SANITIZER 1
 #endif
 
 // First line of a test that forks while threads run, which the thread sanitizer cannot follow.
@@ -35,6 +41,15 @@
   GTEST_SKIP() << "the thread sanitizer cannot fork a process that has threads"
 #else
 #define KELVIK_SKIP_UNDER_THREAD_SANITIZER() static_cast<void>(0)
+#endif
+
+// First line of a test that forks while other threads use the heap. The locks of the address
+// sanitizer's allocator stay as they were in the child, which then hangs in its first malloc.
+#ifdef KELVIK_ADDRESS_SANITIZER
+#define KELVIK_SKIP_UNDER_ADDRESS_SANITIZER() \
+  GTEST_SKIP() << "a child of fork cannot use the address sanitizer's heap when others did"
+#else
+#define KELVIK_SKIP_UNDER_ADDRESS_SANITIZER() static_cast<void>(0)
 #endif
 
 namespace Kelvik {
