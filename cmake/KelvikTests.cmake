@@ -12,7 +12,7 @@
 #                           slow, anything else that ctest -L shall find
 #     [SERIAL]              never runs beside another test (it measures time)
 #     [TIMEOUT seconds])    hard limit of the whole executable, default 60; multiplied by
-#                           KELVIK_TIME_FACTOR
+#                           KELVIK_TIME_FACTOR; tests with the longest one begin first
 #
 #   kelvik_add_program(NAME writer SOURCES ... [SHARED | STATIC] [LIBS ...])
 #                           a program that tests run; it is no test itself
@@ -52,8 +52,10 @@ function(kelvik_finish_test name)
     set(arg_TIMEOUT ${KELVIK_DEFAULT_TIMEOUT})
   endif()
   math(EXPR timeout "${arg_TIMEOUT} * ${KELVIK_TIME_FACTOR}")
+  # What may take longest begins first, so that a run does not end with one test at work.
   set_tests_properties(
-    ${name} PROPERTIES TIMEOUT ${timeout} LABELS "${arg_LABELS}" RUN_SERIAL "${arg_SERIAL}"
+    ${name} PROPERTIES TIMEOUT ${timeout} COST ${arg_TIMEOUT} LABELS "${arg_LABELS}"
+                       RUN_SERIAL "${arg_SERIAL}"
                        ENVIRONMENT "${KELVIK_TEST_ENVIRONMENT}")
 endfunction()
 
