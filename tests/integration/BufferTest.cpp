@@ -8,6 +8,7 @@
 
 #include "FakeClock.h"
 #include "OutputTools.h"
+#include "Sanitizers.h"
 
 namespace Kelvik {
 namespace {
@@ -467,7 +468,7 @@ CHILD_CASE(NoMemory) {
 }
 
 TEST(BufferSize, OneThatCannotBeHadLosesRecordsOnlyUntilItChanges) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if KELVIK_TEST_SANITIZED
   GTEST_SKIP() << "SKIPPED: a limit on the address space does not work with a sanitizer";
 #else
   EXPECT_TRUE(RunCase("NoMemory"));

@@ -1,7 +1,6 @@
 // What a flood on the console's port costs the threads that log: next to nothing.
 
 #include <gtest/gtest.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,14 +14,8 @@
 #include "KelvikExtra.h"
 #include "OutputTools.h"
 #include "PrintedText.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KELVIK_TEST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define KELVIK_TEST_SANITIZED 1
-#endif
-#endif
+#include "Sanitizers.h"
+#include "ThreadClock.h"
 
 namespace Kelvik {
 namespace {
@@ -32,18 +25,12 @@ constexpr int kRoundsAtLeast = 10;  // of each kind
 constexpr int kRoundsAtMost = 200;
 constexpr double kAllowed = 1.10;
 
-// The calling thread's processor time in microseconds, whoever else runs meanwhile.
-double ThreadMicroseconds() {
-  timespec now = {};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e6 + static_cast<double>(now.tv_nsec) / 1e3;
-}
-
+// Microseconds of this thread.
 double CostOfRecords() {
-  const double start = ThreadMicroseconds();
+  const double start = ThreadSeconds();
   for (int i = 0; i < kRecords; ++i)
     KLog(eLogLevelInfo, "net", "rx", "record %d of a fixed number\n", i);
-  return ThreadMicroseconds() - start;
+  return (ThreadSeconds() - start) * 1e6;
 }
 
 // Sends datagrams to a port as fast as the loopback takes them, on a thread of its own.
@@ -123,7 +110,7 @@ CHILD_CASE(CostUnderFlood) {
 }
 
 void TryFlood(unsigned restrictions) {
-#ifdef KELVIK_TEST_SANITIZED
+#if KELVIK_TEST_SANITIZED
   GTEST_SKIP() << "SKIPPED: a sanitizer's own work is most of the time";
 #endif
   if (ChildCommand("").size() > 2) GTEST_SKIP() << "SKIPPED: the emulator has no thread's clock";

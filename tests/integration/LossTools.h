@@ -20,23 +20,10 @@
 #include "KelvikExtra.h"
 #include "OutputTools.h"
 #include "Rounds.h"
-
-#if defined(__SANITIZE_THREAD__)
-#define KELVIK_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define KELVIK_THREAD_SANITIZER 1
-#endif
-#if __has_feature(address_sanitizer)
-#define KELVIK_ADDRESS_SANITIZER 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-#define KELVIK_ADDRESS_SANITIZER 1
-#endif
+#include "Sanitizers.h"
 
 // First line of a test that forks while threads run, which the thread sanitizer cannot follow.
-#ifdef KELVIK_THREAD_SANITIZER
+#if KELVIK_TEST_THREAD_SANITIZER
 #define KELVIK_SKIP_UNDER_THREAD_SANITIZER() \
   GTEST_SKIP() << "the thread sanitizer cannot fork a process that has threads"
 #else
@@ -45,7 +32,7 @@
 
 // First line of a test that forks while other threads use the heap. The locks of the address
 // sanitizer's allocator stay as they were in the child, which then hangs in its first malloc.
-#ifdef KELVIK_ADDRESS_SANITIZER
+#if KELVIK_TEST_ADDRESS_SANITIZER
 #define KELVIK_SKIP_UNDER_ADDRESS_SANITIZER() \
   GTEST_SKIP() << "a child of fork cannot use the address sanitizer's heap when others did"
 #else

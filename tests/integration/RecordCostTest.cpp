@@ -11,15 +11,8 @@
 
 #include "FakeClock.h"
 #include "RecordTools.h"
+#include "Sanitizers.h"
 #include "TempDir.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KELVIK_TEST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define KELVIK_TEST_SANITIZED 1
-#endif
-#endif
 
 namespace Kelvik {
 namespace {
@@ -35,7 +28,7 @@ void CountOne() {
 }  // namespace
 }  // namespace Kelvik
 
-#ifdef KELVIK_TEST_SANITIZED
+#if KELVIK_TEST_SANITIZED
 // The sanitizers' own, whose header not every compiler brings.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(
     void (*onMalloc)(const volatile void* memory, size_t size),
@@ -65,7 +58,7 @@ void* realloc(void* old, size_t size) {
 namespace Kelvik {
 namespace {
 
-#ifdef KELVIK_TEST_SANITIZED
+#if KELVIK_TEST_SANITIZED
 void Count(const volatile void*, size_t) {
   CountOne();
 }
@@ -75,7 +68,7 @@ void Ignore(const volatile void*) {}
 // Counts this thread's from here on, and makes sure of it.
 void CountAllocations() {
   tIsCounting = true;
-#ifdef KELVIK_TEST_SANITIZED
+#if KELVIK_TEST_SANITIZED
   EXPECT_NE(0, __sanitizer_install_malloc_and_free_hooks(Count, Ignore));
 #endif
   const int before = gAllocations;
