@@ -8,7 +8,7 @@
 #include <climits>
 
 #include "ChildProcess.h"
-#include "ConfigTools.h"
+#include "ConfigLoad.h"
 #include "Guard.h"
 #include "Kelvik.h"
 #include "TempDir.h"
@@ -129,15 +129,9 @@ TEST(ConfigIndex, EveryNewFileOfTheRingIsEntered) {
 
 // --- Restoring the ring ---
 
-CHILD_CASE(Load) {
-  return LoadAndPrint(args[0]);
-}
-
-Entries Load(const std::string& path, const std::string& content) {
+Entries LoadText(const std::string& path, const std::string& content) {
   EXPECT_TRUE(WriteFile(path, content));
-  const tagChildResult result = RunChild("Load", {path});
-  EXPECT_TRUE(Succeeded(result));
-  return ParseState(result.m_Output);
+  return Load(path);
 }
 
 // The ring as "index/size:name,name,..." up to the last name.
@@ -190,7 +184,7 @@ TEST(ConfigIndex, RingIsRestoredAsFarAsTheCountGoes) {
   };
   for (const tagCase& row : cases) {
     const std::string content = "[Global]\n" + row.m_Global + "[fileName]\n" + row.m_Files;
-    EXPECT_EQ(row.m_Ring, Ring(Load(path, content))) << row.m_Global;
+    EXPECT_EQ(row.m_Ring, Ring(LoadText(path, content))) << row.m_Global;
   }
   EXPECT_EQ("0123456789", ReadFile(current)) << "reading the index touches no file";
 }
@@ -204,7 +198,7 @@ TEST(ConfigIndex, SizePast31BitsCountsAsTheLargest) {
   for (const int64_t size : {INT64_C(0x7FFFFFFF), INT64_C(0x80000000), INT64_C(0x100000005)}) {
     ASSERT_EQ(0, ftruncate(fd, static_cast<off_t>(size))) << size;
     const std::string content = "[Global]\nLogIndex=0\n[fileName]\nfileName_0=" + big + "\n";
-    EXPECT_EQ("0/2147483647:" + big, Ring(Load(path, content))) << size;
+    EXPECT_EQ("0/2147483647:" + big, Ring(LoadText(path, content))) << size;
   }
   close(fd);
 }
@@ -228,7 +222,7 @@ TEST(ConfigIndex, PathTooLongForItsFieldIsKeptAsABareNameUnderTheLogPathOnly) {
   for (const tagCase& row : cases) {
     const std::string content = "[Global]\nLogFilePath=" + deep +
                                 "\nLogIndex=0\n[fileName]\nfileName_0=" + row.m_File + "\n";
-    EXPECT_EQ("0/0:" + row.m_Kept, Ring(Load(path, content))) << row.m_File;
+    EXPECT_EQ("0/0:" + row.m_Kept, Ring(LoadText(path, content))) << row.m_File;
   }
 }
 

@@ -40,14 +40,6 @@ inline void PrintState() {
   std::printf("@Started=%d\n", output.m_FrontBuffer != nullptr ? 1 : 0);
 }
 
-// A child's whole life where only reading matters: path may be empty.
-inline int LoadAndPrint(const std::string& path) {
-  if (!path.empty()) CGlobal::Instance()->SetConfigFilePath(path.c_str());
-  std::printf("@Result=%d\n", CGlobal::Instance()->ConfigFileInitialize());
-  PrintState();
-  return 0;
-}
-
 // The lines "@name=value" of a child's output.
 inline Entries ParseState(const std::string& output) {
   Entries state;

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -12,6 +11,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <sstream>
@@ -340,7 +340,10 @@ testing::AssertionResult Succeeded(const tagChildResult& result) {
 }
 
 CChildCase::CChildCase(const char* name, ChildBody body) {
-  Bodies()[name] = body;
+  if (!Bodies().emplace(name, body).second) {
+    std::fprintf(stderr, "CHILD_CASE(%s) stands twice in this program\n", name);
+    std::abort();
+  }
 }
 
 bool RunAsChild(int argc, char** argv, int* exitCode) {
