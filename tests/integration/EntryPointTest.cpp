@@ -1,46 +1,24 @@
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <pthread.h>
-#include <sys/socket.h>
-#include <unistd.h>
+// The arguments and results of the entry points, the same for both families: logging, callbacks,
+// modules and paths.
 
-#include <atomic>
+#include <gtest/gtest.h>
+
 #include <climits>
-#include <cstdint>
 #include <cstring>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "ChildProcess.h"
-#include "Families.h"
-#include "FileTools.h"
-#include "Global.h"
-#include "KelvikExtra.h"
+#include "EntryPointTools.h"
 #include "PrintedText.h"
-#include "TempDir.h"
 
 namespace Kelvik {
 namespace {
-
-CGlobal& Context() {
-  return *CGlobal::Instance();
-}
-
-void SwitchDateTimeOff() {
-  Context().GetAttribute()->m_OutputDateTime = 0;
-}
 
 // What the terminal shows of a report.
 std::string Report(const tagFamily& family, const tagReporter& reporter,
                    const std::string& message) {
   return "\033[33m[Kelvik][Internal] " + std::string(family.m_Source) + " " + reporter.m_Function +
          " " + std::to_string(reporter.m_Line) + " " + message + "\n\033[0m";
-}
-
-eLogLevel Level(int number) {
-  return static_cast<eLogLevel>(number);
 }
 
 // --- Levels and pointers of the logging functions ---
@@ -229,16 +207,6 @@ TEST(LoggingFunctions, ArgumentsOfEveryWidthArrive) {
 
 // --- Callbacks of modules ---
 
-int Show(int, const char*, const char*, void* context) {
-  ++*static_cast<int*>(context);
-  return 3;
-}
-
-int Take(int value, void* context) {
-  *static_cast<int*>(context) = value;
-  return 3;
-}
-
 CHILD_CASE(Callbacks) {
   CPrintedText printed;
   int shown = 0;
@@ -356,236 +324,6 @@ CHILD_CASE(Paths) {
 
 TEST(ModuleAndPathFunctions, ResultsOfThePathSettersAreNotPassedOn) {
   EXPECT_TRUE(Succeeded(RunChild("Paths")));
-}
-
-// --- The process ---
-
-CHILD_CASE(InitializeWith) {
-  const tagFamily& family = kFamilies[args.at(0) == "plain" ? 0 : 1];
-  if (args.size() > 1) {
-    EXPECT_EQ(0, family.SetConfigFilePath(args.at(1).c_str()));
-  }
-  EXPECT_EQ(0, family.Initialize());
-  EXPECT_EQ(0, family.Initialize()) << "a second time";
-  EXPECT_EQ(0, family.KLog(eLogLevelError, "net", "rx", "alive\n"));
-  return 0;
-}
-
-TEST(ProcessFunctions, InitializeSucceedsWhateverTheConfigurationHolds) {
-  CTempDir folder;
-  ASSERT_TRUE(WriteFile(folder.File("empty.ini"), ""));
-  ASSERT_TRUE(WriteFile(folder.File("junk.ini"), std::string(3000, '\xfe') + "\n[[[\n=\n]"));
-  ASSERT_TRUE(WriteFile(folder.File("values.ini"),
-                        "[Global]\nLogIndex=77\nbufferSize=99999999999\nlogsize=-1\n"));
-  for (const char* family : {"plain", "prefixed"}) {
-    EXPECT_TRUE(Succeeded(RunChild("InitializeWith", {family}))) << "no path";
-    for (const char* name :
-         {"empty.ini", "junk.ini", "values.ini", "missing.ini", "no/folder.ini"}) {
-      const tagChildResult result = RunChild("InitializeWith", {family, folder.File(name)});
-      EXPECT_TRUE(Succeeded(result)) << name;
-      EXPECT_NE(std::string::npos, result.m_Output.find("[net][rx] alive\n")) << name;
-    }
-    EXPECT_TRUE(Succeeded(RunChild("InitializeWith", {family, folder.Path()}))) << "a folder";
-  }
-}
-
-CHILD_CASE(FileFunctions) {
-  CTempDir folder;
-  const char on = 1;
-  Context().GetAttribute()->m_OutputConsole = 0;
-  Context().SetLogPath(folder.LogPath().c_str());
-  EXPECT_EQ(0, Initialize());
-  for (const tagFamily& family : kFamilies) {
-    EXPECT_EQ(0, family.WriteBufferContent2File()) << "nothing waits";
-    EXPECT_EQ(0, family.SetAttribute(eAttributeOutput, eOutputFile, &on, 1));
-    EXPECT_EQ(0, family.KLog(eLogLevelError, "net", "rx", "text\n"));
-    EXPECT_EQ(0, family.WriteBufferContent2File());
-    for (int i = 0; i < 500 && ListFolder(folder.Path()).empty(); ++i)
-      usleep(10 * 1000);
-    EXPECT_EQ(1u, ListFolder(folder.Path()).size());
-    EXPECT_EQ(0, family.ClearFileInfo());
-    EXPECT_TRUE(ListFolder(folder.Path()).empty());
-  }
-  return 0;
-}
-
-TEST(ProcessFunctions, BufferIsWrittenAndFilesAreCleared) {
-  EXPECT_TRUE(Succeeded(RunChild("FileFunctions")));
-}
-
-CHILD_CASE(RawWriteFailure) {
-  const char on = 1;
-  Context().GetAttribute()->m_OutputConsole = 0;
-  Context().SetLogPath("/nonexistent/folder/");
-  for (const tagFamily& family : kFamilies) {
-    EXPECT_EQ(0, family.SetAttribute(eAttributeOutput, eOutputFile, &on, 1));
-    const int result = family.KLogs(eLogLevelError, "net", "rx", "text\n", 5);
-    EXPECT_EQ(result, Context().GetOutput().Logs(eLogLevelError, "net", "rx", "text\n", 5));
-    EXPECT_NE(0, result);
-  }
-  return 0;
-}
-
-TEST(ProcessFunctions, ResultOfARawRecordIsPassedOn) {
-  EXPECT_TRUE(Succeeded(RunChild("RawWriteFailure", {}, 30000)));
-}
-
-// A bound UDP socket of the loopback address. Without SO_REUSEADDR, so that it fails while the
-// port is taken.
-class CPort {
- public:
-  explicit CPort(uint16_t port) {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    m_Fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    m_IsBound = bind(m_Fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-    socklen_t length = sizeof(address);
-    getsockname(m_Fd, reinterpret_cast<sockaddr*>(&address), &length);
-    m_Number = ntohs(address.sin_port);
-  }
-  ~CPort() { close(m_Fd); }
-  CPort(const CPort&) = delete;
-  CPort& operator=(const CPort&) = delete;
-
-  bool IsBound() const { return m_IsBound; }
-  uint16_t Number() const { return m_Number; }
-
- private:
-  int m_Fd = -1;
-  bool m_IsBound = false;
-  uint16_t m_Number = 0;
-};
-
-unsigned FreePort() {
-  return CPort(0).Number();
-}
-
-CHILD_CASE(ConsoleFunctions) {
-  SwitchDateTimeOff();
-  for (const tagFamily& family : kFamilies) {
-    EXPECT_EQ(0, family.NetworkConsoleDestroy()) << "there is none";
-    // Of the port the low 16 bits count; a null address is 127.0.0.1.
-    const unsigned port = FreePort();
-    EXPECT_EQ(0, family.NetworkConsoleCreate(nullptr, port + 3 * 65536));
-    EXPECT_FALSE(CPort(static_cast<uint16_t>(port)).IsBound());
-    EXPECT_EQ(6, family.NetworkConsoleCreate("127.0.0.1", FreePort()));
-    EXPECT_EQ(0, family.NetworkConsoleDestroy());
-    EXPECT_TRUE(CPort(static_cast<uint16_t>(port)).IsBound());
-    const CPort taken(0);
-    EXPECT_EQ(5, family.NetworkConsoleCreate("127.0.0.1", taken.Number()));
-    EXPECT_EQ(0, family.NetworkConsoleDestroy());
-  }
-  return 0;
-}
-
-TEST(ProcessFunctions, ConsoleIsStartedAndStoppedAndItsResultsPassedOn) {
-  EXPECT_TRUE(Succeeded(RunChild("ConsoleFunctions", {}, 20000)));
-}
-
-CHILD_CASE(FirstCallMakesTheContext) {
-  EXPECT_EQ(0, kFamilies[1].KLog(eLogLevelError, "net", nullptr, "first\n"));
-  EXPECT_EQ(2, KLog(eLogLevelWarning, "net", nullptr, "first\n"));
-  return 0;
-}
-
-TEST(ProcessFunctions, FirstCallMakesTheContextWithItsDefaults) {
-  const tagChildResult result = RunChild("FirstCallMakesTheContext");
-  EXPECT_TRUE(Succeeded(result));
-  EXPECT_NE(std::string::npos, result.m_Output.find(" [net] first\n")) << result.m_Output;
-}
-
-// --- The end of the process ---
-
-int CountWrongResults(int expected) {
-  int wrong = 0;
-  const char on = 1;
-  tagKelvikStatistics statistics;
-  for (const tagFamily& family : kFamilies) {
-    const int results[] = {
-        family.KLog(eLogLevelFatal, "net", "rx", "late\n"),
-        family.KLogV1(eLogLevelFatal, "net", "rx", "a.c", "main", 1, "late\n"),
-        family.KLogs(eLogLevelFatal, "net", "rx", "late\n", 5),
-        family.KLogsV1(eLogLevelFatal, "net", "rx", "a.c", "main", 1, "late\n", 5),
-        family.KLog(Level(9), "net", "rx", "late\n"),
-        family.ModuleStateRegister("late", "state", Show, nullptr),
-        family.ModuleSetParamRegister("late", "state", Take, nullptr),
-        family.ModuleStateUnregister("late", "state"),
-        family.ModuleSetParamUnregister("late", "state"),
-        family.SetAttributeByModule(eAttributeLevel, eLogLevelDebug, &on, 1, "net"),
-        family.SetAttribute(eAttributeOther, eOtherLogPath, "/tmp/late/", 10),
-        family.SetAttribute(9, 9, nullptr, 0),
-        family.registerModule("late", nullptr),
-        family.UnregisterModule("late"),
-        family.Initialize(),
-        family.SetConfigFilePath("/tmp/late.ini"),
-        family.SetLogFilePath("/tmp/late/"),
-        family.WriteBufferContent2File(),
-        family.ClearFileInfo(),
-        family.NetworkConsoleCreate(nullptr, 0),
-        family.NetworkConsoleDestroy(),
-        KelvikExtra_GetStatistics(&statistics, sizeof(statistics)),
-    };
-    for (const int result : results) {
-      if (result != expected) ++wrong;
-    }
-  }
-  return wrong;
-}
-
-constexpr int kEndReached = 42;
-
-// Made before the context, so destroyed after it.
-struct tagLateCaller {
-  ~tagLateCaller() { _exit(CountWrongResults(eResultFailure) == 0 ? kEndReached : 1); }
-};
-
-CHILD_CASE(CallAfterTheEnd) {
-  static tagLateCaller caller;
-  EXPECT_EQ(0, Kelvik_KLog(eLogLevelFatal, "net", "rx", "in time\n"));
-  return 0;
-}
-
-TEST(ProcessEnd, EveryFunctionFailsAndDoesNothingAfterTheContextHasEnded) {
-  const tagChildResult result = RunChild("CallAfterTheEnd");
-  EXPECT_EQ(kEndReached, result.m_ExitCode) << result.m_Output << result.m_Errors;
-  EXPECT_FALSE(result.m_TimedOut);
-  EXPECT_NE(std::string::npos, result.m_Output.find("in time\n"));
-  EXPECT_EQ(std::string::npos, result.m_Output.find("late")) << result.m_Output;
-}
-
-std::atomic<bool> s_IsLogging{false};
-
-void* LogForEver(void*) {
-  for (;;) {
-    KLog(eLogLevelDebug, "net", "rx", "text\n");
-    Kelvik_KLogs(eLogLevelDebug, "net", "rx", "text\n", 5);
-    ModuleStateRegister("net", "state", Show, nullptr);
-    ModuleStateUnregister("net", "state");
-    s_IsLogging = true;
-  }
-  return nullptr;
-}
-
-CHILD_CASE(ExitWhileThreadsLog) {
-  // What the mask lets pass is not the point here.
-  EXPECT_EQ(0, Initialize());
-  for (int i = 0; i < 3; ++i) {
-    pthread_t thread;
-    EXPECT_EQ(0, pthread_create(&thread, nullptr, LogForEver, nullptr));
-    pthread_detach(thread);
-  }
-  while (!s_IsLogging)
-    usleep(1000);
-  return 0;
-}
-
-TEST(ProcessEnd, ThreadsThatStillCallDoNotDisturbTheExit) {
-  for (int round = 0; round < 5; ++round) {
-    const tagChildResult result = RunChild("ExitWhileThreadsLog");
-    ASSERT_TRUE(Succeeded(result));
-  }
 }
 
 }  // namespace
