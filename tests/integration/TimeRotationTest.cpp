@@ -1,17 +1,14 @@
-// Log files that change after a time. The wall clock stands where a case puts it.
+// Log files that change after a time: records written at once, and the writers called by
+// themselves. The wall clock stands where a case puts it.
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <cstring>
 
-#include "ChildProcess.h"
 #include "ConfigTools.h"
 #include "FakeClock.h"
-#include "Guard.h"
-#include "Kelvik.h"
-#include "RealClock.h"
-#include "TempDir.h"
+#include "TimeRotationTools.h"
 
 namespace Kelvik {
 namespace {
@@ -19,56 +16,17 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr int64_t kNoon = 1710504000;  // 2024-03-15 12:00:00 UTC
-
-COutput& Output() {
-  return CGlobal::Instance()->GetOutput();
-}
-
-// Rotation by time into the folder. bufferKib 0: every record is written at once.
-void UseTime(const std::string& logPath, uint32_t seconds, uint32_t count, int bufferKib) {
-  CGlobal& context = *CGlobal::Instance();
-  context.SetLogPath(logPath.c_str());
-  context.SetLogMaxSize(0);
-  context.SetLogMaxDuration(seconds);
-  context.StoreLogMaxCount(count);
-  context.m_Attribute.m_BufferSize = static_cast<uint32_t>(bufferKib) * 1024;
-  context.m_Attribute.m_OutputConsole = 0;
-  context.m_Attribute.m_OutputFile = 1;
-  context.m_Attribute.m_OutputDateTime = 0;
-  context.m_Attribute.m_LevelMask = 0x3e;
-}
-
-int LogLine(const std::string& text) {
-  return KLog(eLogLevelInfo, nullptr, nullptr, "%s\n", text.c_str());
-}
-
-// The folder's files as "name:content" with line ends as blanks.
-std::vector<std::string> Contents(const std::string& folder) {
-  std::vector<std::string> contents;
-  for (const std::string& name : LogFiles(folder)) {
-    std::string text = ReadFile(folder + "/" + name);
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    contents.push_back(name + ":" + text);
-  }
-  return contents;
-}
-
-// Runs a case with a log folder of its own: args are the log path, the folder and a configuration
-// path in another folder.
-testing::AssertionResult RunCase(const std::string& name) {
-  const CTempDir logs;
+// Runs a case whose third argument is a configuration path in another folder.
+testing::AssertionResult RunWithConfig(const std::string& name) {
   const CTempDir etc;
-  tagChildOptions options;
-  options.m_Environment = {{"TZ", "UTC0"}};
-  return Succeeded(RunChild(name, {logs.LogPath(), logs.Path(), etc.File("kelvik.ini")}, options));
+  return RunCase(name, {etc.File("kelvik.ini")});
 }
 
 // --- Records written at once ---
 
 CHILD_CASE(Direct) {
   CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   EXPECT_THAT(LogFiles(args[1]), IsEmpty());
   EXPECT_EQ(0, LogLine("a"));
   clock.Set(kNoon + 9, 999999);
@@ -104,7 +62,7 @@ TEST(TimeRotation, FileLivesFromItsFirstRecordToTheOneThatFindsItsTimeUp) {
 
 CHILD_CASE(OneFile) {
   CFakeClock clock(kNoon);
-  UseTime(args[0], 1, 1, 0);
+  UseTime(args[0], 0, 1, 1);
   for (int i = 0; i < 5; ++i) {
     EXPECT_EQ(0, LogLine(std::to_string(i)));
     EXPECT_EQ(1u, LogFiles(args[1]).size());
@@ -121,15 +79,15 @@ TEST(TimeRotation, RingOfOneReplacesItsFile) {
 CHILD_CASE(NoFile) {
   CFakeClock clock(kNoon);
   for (const uint32_t duration : {0u, 0x80000000u, 0xFFFFFFFFu}) {
-    UseTime(args[0], duration, 3, 0);
+    UseTime(args[0], 0, duration);
     EXPECT_EQ(0, LogLine("x"));
-    UseTime(args[0], duration, 3, 4);
+    UseTime(args[0], 4096, duration);
     EXPECT_EQ(0, LogLine("x"));
   }
   EXPECT_THAT(LogFiles(args[1]), IsEmpty());
   EXPECT_EQ(0, Output().m_TimeMode);
   // The longest duration is one.
-  UseTime(args[0], 0x7FFFFFFF, 3, 0);
+  UseTime(args[0], 0, 0x7FFFFFFF);
   EXPECT_EQ(0, LogLine("x"));
   clock.Set(kNoon + 400000000);
   EXPECT_EQ(0, LogLine("y"));
@@ -143,7 +101,7 @@ TEST(TimeRotation, DurationBelowOneWritesNoFile) {
 
 CHILD_CASE(NegativeSize) {
   CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   CGlobal::Instance()->SetLogMaxSize(0x80000000u);
   EXPECT_EQ(0, LogLine("x"));
   EXPECT_EQ(1, Output().m_TimeMode);
@@ -159,7 +117,7 @@ TEST(TimeRotation, SizeOfTwoGigabytesOrMoreCountsAsNone) {
 CHILD_CASE(Index) {
   CFakeClock clock(kNoon);
   SetConfigFilePath(args[2].c_str());
-  UseTime(args[0], 10, 2, 0);
+  UseTime(args[0], 0, 10, 2);
   for (int i = 0; i < 4; ++i) {
     EXPECT_EQ(0, LogLine("x"));
     clock.AdvanceMs(10000);
@@ -174,12 +132,12 @@ CHILD_CASE(Index) {
 }
 
 TEST(TimeRotation, EveryNewFileIsEnteredInTheIndex) {
-  EXPECT_TRUE(RunCase("Index"));
+  EXPECT_TRUE(RunWithConfig("Index"));
 }
 
 CHILD_CASE(Reopen) {
   CFakeClock clock(kNoon);
-  UseTime(args[0], 1000, 3, 0);
+  UseTime(args[0], 0, 1000);
   EXPECT_EQ(0, LogLine("a"));
   EXPECT_EQ(0, Output().CloseFile());
   SetConfigFilePath(args[2].c_str());
@@ -191,13 +149,13 @@ CHILD_CASE(Reopen) {
 }
 
 TEST(TimeRotation, ClosedFileIsReopenedByItsNameWithoutAnEntry) {
-  EXPECT_TRUE(RunCase("Reopen"));
+  EXPECT_TRUE(RunWithConfig("Reopen"));
 }
 
 // args: log path in a folder that is not there, the folder.
 CHILD_CASE(OpenFails) {
   CFakeClock clock(kNoon);
-  UseTime(args[0] + "sub/", 10, 3, 0);
+  UseTime(args[0] + "sub/", 0, 10);
   EXPECT_EQ(3, LogLine("a"));
   EXPECT_EQ(-1, Output().m_FileFds[0]);
   clock.AdvanceMs(3000);
@@ -233,7 +191,7 @@ void Stamp(const char* name, bool rotate) {
 }
 
 CHILD_CASE(SameName) {
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   Stamp("same.log", false);
   EXPECT_EQ(0, Output().WriteLogByTime("fir", 3));
   Stamp("same.log", true);
@@ -251,7 +209,7 @@ TEST(TimeRotation, SameNameTwiceWritesOverTheFileFromItsStart) {
 }
 
 CHILD_CASE(OtherName) {
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   const std::string restored = args[1] + "/restored.log";
   const std::string next = args[1] + "/next.log";
   EXPECT_TRUE(WriteFile(restored, "old\n"));
@@ -273,7 +231,7 @@ TEST(TimeRotation, SlotWithAnotherNameMovesOnAndDeletesTheNextSlotsFile) {
 
 CHILD_CASE(BareNextName) {
   // The next slot's file is looked for under the log path first, then as it is named.
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   EXPECT_TRUE(WriteFile(args[1] + "/bare.log", "old\n"));
   Output().SetLogName(0, "/tmp/restored.log");
   Output().SetLogName(1, "bare.log");
@@ -290,7 +248,7 @@ TEST(TimeRotation, BareNameOfTheNextSlotIsDeletedUnderTheLogPath) {
 
 CHILD_CASE(NoName) {
   CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   EXPECT_EQ(0, Output().WriteLogByTime("x\n", 2));
   EXPECT_THAT(Contents(args[1]), ElementsAre("20240315120000.log:x "));
   return 0;
@@ -302,7 +260,7 @@ TEST(TimeRotation, WriterCalledBeforeAnyRecordNamesItsFileByTheClock) {
 
 CHILD_CASE(NewFileIsNotAppended) {
   // A slot without a name takes its new file from the start; nothing is cut off.
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   EXPECT_TRUE(WriteFile(args[1] + "/new.log", "0123456789"));
   Stamp("new.log", false);
   EXPECT_EQ(0, Output().WriteLogByTime("ab", 2));
@@ -316,7 +274,7 @@ TEST(TimeRotation, FirstFileOfASlotIsWrittenOverNotShortened) {
 
 CHILD_CASE(Sizes) {
   CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 0);
+  UseTime(args[0], 0, 10);
   EXPECT_EQ(0, LogLine("abc"));
   EXPECT_EQ(4, Output().m_FileSize);
   clock.AdvanceMs(10000);
@@ -332,7 +290,7 @@ TEST(TimeRotation, DirectWritesAddToTheSizeAndRotationsLeaveIt) {
 // --- The form that closes its file ---
 
 CHILD_CASE(Closing) {
-  UseTime(args[0], 10, 3, 4);
+  UseTime(args[0], 4096, 10);
   EXPECT_EQ(0, Initialize());
   EXPECT_EQ(0, Output().Stop());  // the writer is this thread
   COutput& output = Output();
@@ -377,7 +335,7 @@ TEST(TimeRotation, ClosingFormClosesAfterEachBatchAndReopensAtTheEnd) {
 }
 
 CHILD_CASE(ClosingRotates) {
-  UseTime(args[0], 10, 2, 0);
+  UseTime(args[0], 0, 10, 2);
   SetConfigFilePath(args[2].c_str());
   COutput& output = Output();
   Stamp("a.log", false);
@@ -399,152 +357,7 @@ CHILD_CASE(ClosingRotates) {
 }
 
 TEST(TimeRotation, ClosingFormLeavesTheNewFileEmptyAndClosed) {
-  EXPECT_TRUE(RunCase("ClosingRotates"));
-}
-
-// --- Records that wait in the buffer ---
-
-// Waits until the writer has made the folder look like this.
-template <class Matcher>
-void ExpectSoon(const std::string& folder, Matcher matcher) {
-  WaitUntil([&] { return testing::Matches(matcher)(Contents(folder)); }, 5000);
-  EXPECT_THAT(Contents(folder), matcher);
-}
-
-int32_t StartTime() {
-  CGuard guard(&Output().m_BufferMutex);
-  return Output().m_FileStartTime;
-}
-
-CHILD_CASE(Buffered) {
-  CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 4);
-  EXPECT_EQ(0, Initialize());
-  EXPECT_EQ(0, LogLine("a"));
-  clock.AdvanceMs(9000);
-  EXPECT_EQ(0, LogLine("b"));
-  EXPECT_THAT(LogFiles(args[1]), IsEmpty());
-  // Time is up before there was a file: what waits gets the new one, and nothing overwrites it.
-  clock.AdvanceMs(1000);
-  EXPECT_EQ(0, LogLine("c"));
-  ExpectSoon(args[1], ElementsAre("20240315120010.log:a b "));
-  EXPECT_EQ(kNoon + 10, StartTime());
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120010.log:a b c "));
-  return 0;
-}
-
-TEST(TimeRotation, TimeUpBeforeTheFirstFileKeepsTheBatchThatWaited) {
-  EXPECT_TRUE(RunCase("Buffered"));
-}
-
-CHILD_CASE(BufferedTwoFiles) {
-  CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 4);
-  EXPECT_EQ(0, Initialize());
-  EXPECT_EQ(0, LogLine("a"));
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a "));
-  EXPECT_EQ(0, LogLine("b"));
-  clock.AdvanceMs(10000);
-  EXPECT_EQ(0, LogLine("c"));
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120010.log:"));
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120010.log:c "));
-  // Time up with nothing waiting rotates nothing and keeps the old start.
-  clock.AdvanceMs(20000);
-  EXPECT_EQ(0, LogLine("d"));
-  EXPECT_EQ(kNoon + 10, StartTime());
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120010.log:c d "));
-  // The next record meets it again, with data waiting this time.
-  EXPECT_EQ(0, LogLine("e"));
-  EXPECT_EQ(0, LogLine("f"));
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120010.log:c d e ",
-                                  "20240315120030.log:"));
-  EXPECT_EQ(kNoon + 30, StartTime());
-  {
-    CGuard guard(&Output().m_WriteMutex);
-    EXPECT_EQ(0, Output().m_FileSize) << "batches do not count";
-  }
-  return 0;
-}
-
-TEST(TimeRotation, BatchThatWaitedGoesToTheOldFileAndAloneMakesItRotate) {
-  EXPECT_TRUE(RunCase("BufferedTwoFiles"));
-}
-
-// --- Changes of the mode ---
-
-CHILD_CASE(SizeToTime) {
-  CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 4);
-  CGlobal& context = *CGlobal::Instance();
-  context.SetLogMaxSize(1024 * 1024);
-  EXPECT_EQ(0, Initialize());
-  EXPECT_EQ(0, LogLine("a"));
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a "));
-  EXPECT_EQ(0, LogLine("b"));
-  clock.AdvanceMs(5000);
-  context.SetLogMaxSize(0);
-  EXPECT_EQ(0, LogLine("c"));
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120005.log:"));
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120005.log:c "));
-  return 0;
-}
-
-TEST(TimeRotation, SwitchFromSizeWritesTheWaitingBatchOnceToItsFile) {
-  EXPECT_TRUE(RunCase("SizeToTime"));
-}
-
-CHILD_CASE(TimeToSize) {
-  CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 4);
-  CGlobal& context = *CGlobal::Instance();
-  EXPECT_EQ(0, Initialize());
-  EXPECT_EQ(0, LogLine("a"));
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a "));
-  EXPECT_EQ(0, LogLine("b"));
-  clock.AdvanceMs(5000);
-  context.SetLogMaxSize(1024 * 1024);
-  EXPECT_EQ(0, LogLine("c"));
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120005.log:"));
-  EXPECT_EQ(0, StartTime());
-  EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectSoon(args[1], ElementsAre("20240315120000.log:a b ", "20240315120005.log:c "));
-  return 0;
-}
-
-TEST(TimeRotation, SwitchToSizeWritesTheWaitingBatchOnceToItsFile) {
-  EXPECT_TRUE(RunCase("TimeToSize"));
-}
-
-CHILD_CASE(DirectSwitch) {
-  CFakeClock clock(kNoon);
-  UseTime(args[0], 10, 3, 0);
-  CGlobal& context = *CGlobal::Instance();
-  context.SetLogMaxSize(1024);
-  EXPECT_EQ(0, LogLine("a"));
-  clock.AdvanceMs(5000);
-  context.SetLogMaxSize(0);
-  // Without buffers the record goes to the file that is open; its time begins with the next one.
-  EXPECT_EQ(0, LogLine("b"));
-  EXPECT_EQ(0, LogLine("c"));
-  EXPECT_THAT(Contents(args[1]), ElementsAre("20240315120000.log:a b c "));
-  EXPECT_EQ(kNoon + 5, StartTime());
-  // Back: the record is the last one of its file.
-  clock.AdvanceMs(5000);
-  context.SetLogMaxSize(1024);
-  EXPECT_EQ(0, LogLine("d"));
-  EXPECT_THAT(Contents(args[1]), ElementsAre("20240315120000.log:a b c d ", "20240315120010.log:"));
-  return 0;
-}
-
-TEST(TimeRotation, SwitchWithoutBuffersLosesNoRecord) {
-  EXPECT_TRUE(RunCase("DirectSwitch"));
+  EXPECT_TRUE(RunWithConfig("ClosingRotates"));
 }
 
 }  // namespace
