@@ -94,10 +94,7 @@ Strings AttachCommand(uint16_t port, const Strings& args = {}) {
 // Runs attach in a shell that does something with its output.
 tagChildResult RunAttachInShell(const std::string& script, uint16_t port,
                                 const Strings& args = {}) {
-  Strings command = {"sh", "-c", script, "sh"};
-  for (const std::string& word : AttachCommand(port, args))
-    command.push_back(word);
-  return RunCommand(command, Patient());
+  return RunCommand(ShellCommand(script, AttachCommand(port, args)), Patient());
 }
 
 TEST(KelvikctlAttach, OutputComesHereForATimeAndThenGoesBack) {
@@ -153,12 +150,10 @@ TEST(KelvikctlAttach, ReaderThatGoesAwaySendsTheOutputBack) {
 TEST(KelvikctlAttach, ReaderThatSleepsDoesNotKeepTheOutput) {
   CTicking process(0);
   const CTempDir folder;
-  Strings command = {"sh", "-c",
-                     "mkfifo \"$0\" && { sleep 600 < \"$0\" & } && \"$@\" > \"$0\"; "
-                     "code=$?; kill $!; exit $code",
-                     folder.File("fifo")};
-  for (const std::string& word : AttachCommand(process.Port(), {"--for", "0.5"}))
-    command.push_back(word);
+  const Strings command = ShellCommand(
+      "mkfifo \"$0\" && { sleep 600 < \"$0\" & } && \"$@\" > \"$0\"; "
+      "code=$?; kill $!; exit $code",
+      AttachCommand(process.Port(), {"--for", "0.5"}), folder.File("fifo"));
   EXPECT_TRUE(Succeeded(RunCommand(command, Patient())));
   EXPECT_TRUE(process.IsHome());
 }

@@ -49,6 +49,11 @@ class CRing {
   void Append(const std::string& name, const std::string& text) const {
     std::ofstream(File(name), std::ios::app) << text;
   }
+  // A file of one line, its own name, for each.
+  void AppendNames(const Strings& names) const {
+    for (const std::string& name : names)
+      Append(name, name + "\n");
+  }
   // A new file under a name that may have been another's.
   void Replace(const std::string& name, const std::string& text) const {
     unlink(File(name).c_str());
@@ -61,6 +66,9 @@ class CRing {
     EXPECT_TRUE(Succeeded(result));
     EXPECT_EQ(result.m_Errors, "");
     return result.m_Output;
+  }
+  Strings ShowCommand() const {
+    return ProgramCommand(KELVIK_KELVIKCTL, {"logs", "--config", Config()});
   }
   Strings FollowCommand(const Strings& args = {}) const {
     Strings all = {"logs", "-f", "--config", Config()};
@@ -113,9 +121,7 @@ TEST(KelvikctlLogs, AFileThatIsGoneIsPassedOver) {
 TEST(KelvikctlLogs, SlotsThatALowerCountLeftBehindComeFirst) {
   const CRing ring;
   const timespec old[] = {{1000, 0}, {1000, 0}};
-  ring.Append("a", "a\n");
-  ring.Append("b", "b\n");
-  ring.Append("old", "old\n");
+  ring.AppendNames({"a", "b", "old"});
   ASSERT_EQ(utimensat(AT_FDCWD, ring.File("old").c_str(), old, 0), 0);
   ring.List(0, {{0, "b"}, {1, "a"}, {2, "old"}}, 2);
   EXPECT_EQ(ring.Shown(), "old\na\nb\n");
@@ -123,9 +129,7 @@ TEST(KelvikctlLogs, SlotsThatALowerCountLeftBehindComeFirst) {
 
 TEST(KelvikctlLogs, ASlotBeyondTheFilesCountMayBeInUse) {
   const CRing ring;
-  ring.Append("a", "a\n");
-  ring.Append("b", "b\n");
-  ring.Append("c", "c\n");
+  ring.AppendNames({"a", "b", "c"});
   ring.List(0, {{0, "c"}, {1, "a"}, {2, "b"}}, 2);
   EXPECT_EQ(ring.Shown(), "a\nb\nc\n");
 }
@@ -212,8 +216,7 @@ TEST(KelvikctlLogs, AnUnfinishedLineIsPrintedWhenItEnds) {
 
 TEST(KelvikctlLogs, FollowingSeesEachNewFileHoweverItIsCalled) {
   const CRing ring;
-  ring.Append("a", "a\n");
-  ring.Append("b", "b\n");
+  ring.AppendNames({"a", "b"});
   ring.List(1, {{0, "a"}, {1, "b"}});
   CChild follower(ring.FollowCommand({"-n", "1"}), Long());
   ASSERT_TRUE(follower.WaitForOutput("b\n", kLimitMs));
@@ -263,8 +266,7 @@ TEST(KelvikctlLogs, FollowingAnEmptyRingWaitsForItsFirstFile) {
 
 TEST(KelvikctlLogs, ALostFileIsReported) {
   const CRing ring;
-  ring.Append("a", "a\n");
-  ring.Append("b", "b\n");
+  ring.AppendNames({"a", "b"});
   ring.List(1, {{0, "a"}, {1, "b"}});
   CChild follower(ring.FollowCommand(), Long());
   ASSERT_TRUE(follower.WaitForOutput("b\n", kLimitMs));
@@ -336,11 +338,7 @@ TEST(KelvikctlLogs, AReaderThatGoesAwayEndsItQuietly) {
   ring.Append("a", "first\n" + std::string(300000, 'x') + "\n");
   ring.List(0, {{0, "a"}});
   for (const std::string& follow : {std::string(), std::string("-f")}) {
-    Strings command = {"sh", "-c", "{ \"$@\"; echo code=$? >&2; } | head -n 1", "sh"};
-    for (const std::string& word :
-         ProgramCommand(KELVIK_KELVIKCTL, {"logs", "--config", ring.Config()})) {
-      command.push_back(word);
-    }
+    Strings command = ShellCommand("{ \"$@\"; echo code=$? >&2; } | head -n 1", ring.ShowCommand());
     if (!follow.empty()) command.push_back(follow);
     const tagChildResult result = RunCommand(command, Long());
     EXPECT_FALSE(result.m_TimedOut);
@@ -354,12 +352,8 @@ TEST(KelvikctlLogs, ControlBytesDoNotReachATerminal) {
   CPseudoTerminal terminal;
   ring.Append("a", "a\x1B[2J\tb\n");
   ring.List(0, {{0, "a"}});
-  Strings command = {"sh", "-c", "exec \"$@\" > " + terminal.Path(), "sh"};
-  for (const std::string& word :
-       ProgramCommand(KELVIK_KELVIKCTL, {"logs", "--config", ring.Config()})) {
-    command.push_back(word);
-  }
-  ASSERT_TRUE(Succeeded(RunCommand(command, Long())));
+  ASSERT_TRUE(Succeeded(
+      RunCommand(ShellCommand("exec \"$@\" > " + terminal.Path(), ring.ShowCommand()), Long())));
   EXPECT_EQ(terminal.ReadUntil("\n"), "a\\x1B[2J\tb\n");
   EXPECT_EQ(ring.Shown(), "a\x1B[2J\tb\n");
 }

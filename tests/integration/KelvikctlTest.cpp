@@ -316,11 +316,8 @@ TEST(Kelvikctl, WatchAsksAgainAndAgainUntilASignal) {
 
 TEST(Kelvikctl, OutputThatCannotBeWrittenIsAFailure) {
   CFakeConsole console;
-  Strings command = {"sh", "-c", "\"$@\" > /dev/full", "sh"};
-  for (const std::string& word :
-       ProgramCommand(KELVIK_KELVIKCTL, CtlArgs(console.Port(), {"list"})))
-    command.push_back(word);
-  const tagChildResult result = RunCommand(command);
+  const tagChildResult result = RunCommand(ShellCommand(
+      "\"$@\" > /dev/full", ProgramCommand(KELVIK_KELVIKCTL, CtlArgs(console.Port(), {"list"}))));
   EXPECT_EQ(1, result.m_ExitCode);
   EXPECT_TRUE(Contains(result.m_Errors, "cannot write")) << result.m_Errors;
 }

@@ -170,12 +170,10 @@ TEST(KelviklogFailure, AFullDiskLosesRecordsAndSaysSo) {
   // A disk of 64 KiB that is gone with its shell.
   const std::string script =
       "mount -t tmpfs -o size=64k none '" + folder.Path() + "' || exit 77; exec \"$@\"";
-  Strings command = {"unshare", "-rm", "sh", "-c", script, "sh"};
-  for (const std::string& word : ProgramCommand(
-           KELVIK_KELVIKLOG,
-           {"--no-terminal", "--dir", folder.Path(), "--size", "1024", work.File("input")})) {
-    command.push_back(word);
-  }
+  Strings command = ShellCommand(
+      script, ProgramCommand(KELVIK_KELVIKLOG, {"--no-terminal", "--dir", folder.Path(), "--size",
+                                                "1024", work.File("input")}));
+  command.insert(command.begin(), {"unshare", "-rm"});
   tagChildOptions options;
   options.m_LimitMs = 30000;
   const tagChildResult result = RunCommand(command, options);
@@ -284,13 +282,11 @@ TEST(KelviklogFailure, ASignalEndsItInTheMiddleOfAnEndlessInput) {
 
 TEST(KelviklogFailure, AnIgnoredSignalStaysIgnored) {
   const CTempDir folder;
-  Strings command = {"sh", "-c", "trap '' INT; exec \"$@\"", "sh"};
-  for (const std::string& word : ProgramCommand(KELVIK_KELVIKLOG, {"--no-time"})) {
-    command.push_back(word);
-  }
   tagChildOptions options;
   options.m_IsInputPiped = true;
-  CChild child(command, options);
+  CChild child(
+      ShellCommand("trap '' INT; exec \"$@\"", ProgramCommand(KELVIK_KELVIKLOG, {"--no-time"})),
+      options);
   ASSERT_TRUE(child.Write("one\n"));
   ASSERT_TRUE(child.WaitForOutput("one\n", 5000));
   child.Signal(SIGINT);
@@ -305,13 +301,10 @@ TEST(KelviklogFailure, ASecondSignalEndsOneThatIsStuckInAWrite) {
   // Its output is a pipe that nobody reads: the shell between has it open for reading.
   const std::string fifo = work.File("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  Strings command = {"sh", "-c", "exec 3<>\"$0\"; exec \"$@\" > \"$0\"", fifo};
   Strings args = LongInput(work, 4);
   args.insert(args.end(), "--no-time");
-  for (const std::string& word : ProgramCommand(KELVIK_KELVIKLOG, args)) {
-    command.push_back(word);
-  }
-  CChild child(command);
+  CChild child(ShellCommand("exec 3<>\"$0\"; exec \"$@\" > \"$0\"",
+                            ProgramCommand(KELVIK_KELVIKLOG, args), fifo));
   const auto isStuck = [&] {
     const std::string stat = ReadFile("/proc/" + std::to_string(child.Pid()) + "/wchan");
     return stat.find("pipe") != std::string::npos;

@@ -94,11 +94,8 @@ class CLongInput {
 TEST(KelviklogTerminal, ALongFileShowsItsProgressAndTakesTheLineAway) {
   const CLongInput input;
   CPseudoTerminal terminal;
-  Strings command = {"sh", "-c", "exec \"$@\"" + On(terminal, "2"), "sh"};
-  for (const std::string& word : ProgramCommand(KELVIK_KELVIKLOG, input.Args({"--no-terminal"}))) {
-    command.push_back(word);
-  }
-  CChild child(command);
+  CChild child(ShellCommand("exec \"$@\"" + On(terminal, "2"),
+                            ProgramCommand(KELVIK_KELVIKLOG, input.Args({"--no-terminal"}))));
   std::string shown = terminal.ReadUntil(" of 32.0 MiB\x1B[K", 30000);
   child.Signal(SIGINT);
   EXPECT_TRUE(Succeeded(child.Wait()));
@@ -119,13 +116,10 @@ TEST(KelviklogTerminal, RecordsOnTheSameTerminalMeetNoProgressLine) {
   const tagCase cases[] = {{{}, false}, {{"--progress"}, true}};
   for (const tagCase& entry : cases) {
     CPseudoTerminal terminal;
-    Strings command = {"sh", "-c", "exec \"$@\"" + On(terminal, "1") + " 2>&1", "sh"};
     Strings args = entry.m_Args;
     args.emplace_back("--no-time");
-    for (const std::string& word : ProgramCommand(KELVIK_KELVIKLOG, input.Args(args))) {
-      command.push_back(word);
-    }
-    CChild child(command);
+    CChild child(ShellCommand("exec \"$@\"" + On(terminal, "1") + " 2>&1",
+                              ProgramCommand(KELVIK_KELVIKLOG, input.Args(args))));
     std::string shown = terminal.ReadUntil(" MiB\x1B[K", entry.m_HasLine ? 30000 : 800);
     child.Signal(SIGINT);
     WaitUntil(

@@ -30,13 +30,9 @@ inline tagChildResult RunKelviklog(const Strings& args, const std::string& input
 // Runs a shell script in which "$@" is kelviklog with the arguments.
 inline tagChildResult RunInShell(const std::string& script, const Strings& args,
                                  int limitMs = kChildDefaultLimitMs) {
-  Strings command = {"sh", "-c", script, "sh"};
-  for (const std::string& word : ProgramCommand(KELVIK_KELVIKLOG, args)) {
-    command.push_back(word);
-  }
   tagChildOptions options;
   options.m_LimitMs = limitMs;
-  return RunCommand(command, options);
+  return RunCommand(ShellCommand(script, ProgramCommand(KELVIK_KELVIKLOG, args)), options);
 }
 
 // True for a text of the shape of a record's date and time.

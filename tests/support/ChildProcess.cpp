@@ -300,6 +300,14 @@ std::vector<std::string> ChildCommand(const std::string& name,
   return ProgramCommand(gSelf, words);
 }
 
+std::vector<std::string> ShellCommand(const std::string& script,
+                                      const std::vector<std::string>& command,
+                                      const std::string& name) {
+  std::vector<std::string> words = {"sh", "-c", script, name};
+  words.insert(words.end(), command.begin(), command.end());
+  return words;
+}
+
 tagChildResult RunCommand(const std::vector<std::string>& command, const tagChildOptions& options) {
   CChild child(command, options);
   return child.Wait();

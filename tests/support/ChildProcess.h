@@ -96,6 +96,10 @@ std::vector<std::string> ChildCommand(const std::string& name,
 // The command line that runs a program of the same build, the emulator included.
 std::vector<std::string> ProgramCommand(const std::string& path,
                                         const std::vector<std::string>& args = {});
+// The command line of a shell that runs the script, in which "$@" is the command and "$0" the name.
+std::vector<std::string> ShellCommand(const std::string& script,
+                                      const std::vector<std::string>& command,
+                                      const std::string& name = "sh");
 
 tagChildResult RunCommand(const std::vector<std::string>& command,
                           const tagChildOptions& options = {});
