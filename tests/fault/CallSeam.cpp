@@ -1,13 +1,13 @@
 #include "CallSeam.h"
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <sys/types.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstddef>
+
+#include "OpenSeam.h"
 
 namespace Kelvik {
 namespace {
@@ -68,35 +68,21 @@ bool FailsWithErrno(eCall call) {
 }
 
 }  // namespace
+
+bool AnswersOpen(const char*, int* descriptor) {
+  *descriptor = -1;
+  return FailsWithErrno(kOpen);
+}
+
 }  // namespace Kelvik
 
 extern "C" {
 
-int __real_open(const char* path, int flags, ...);
-int __real_open64(const char* path, int flags, ...);
 ssize_t __real_write(int fd, const void* data, size_t length);
 int __real_rename(const char* from, const char* to);
 void* __real_malloc(size_t size);
 int __real_pthread_create(pthread_t* handle, const pthread_attr_t* attribute,
                           void* (*routine)(void*), void* argument);
-
-int __wrap_open(const char* path, int flags, ...);
-int __wrap_open(const char* path, int flags, ...) {
-  va_list list;
-  va_start(list, flags);
-  const int mode = (flags & O_CREAT) != 0 ? va_arg(list, int) : 0;
-  va_end(list);
-  return Kelvik::FailsWithErrno(Kelvik::kOpen) ? -1 : __real_open(path, flags, mode);
-}
-
-int __wrap_open64(const char* path, int flags, ...);
-int __wrap_open64(const char* path, int flags, ...) {
-  va_list list;
-  va_start(list, flags);
-  const int mode = (flags & O_CREAT) != 0 ? va_arg(list, int) : 0;
-  va_end(list);
-  return Kelvik::FailsWithErrno(Kelvik::kOpen) ? -1 : __real_open64(path, flags, mode);
-}
 
 ssize_t __wrap_write(int fd, const void* data, size_t length);
 ssize_t __wrap_write(int fd, const void* data, size_t length) {

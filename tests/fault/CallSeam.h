@@ -1,6 +1,6 @@
-// Calls of the system that fail on command. In an executable that has CallSeam.cpp and
-// FailingNew.cpp among its sources and the calls below wrapped by the linker (CMakeLists.txt), the
-// library's own calls and its operator new come here first.
+// Calls of the system that fail on command. In an executable that has CallSeam.cpp, OpenSeam.cpp
+// and FailingNew.cpp among its sources and the calls below wrapped by the linker (CMakeLists.txt),
+// the library's own calls and its operator new come here first.
 
 #ifndef KELVIK_CALLSEAM_H_
 #define KELVIK_CALLSEAM_H_

@@ -7,14 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "ConsoleClient.h"
 #include "ConsoleSender.h"
+#include "OpenSeam.h"
+#include "UdpLine.h"
 #include "UdpTable.h"
 
 namespace {
@@ -64,31 +64,15 @@ tagFakeFile* FindFake(const char* path) {
 
 }  // namespace
 
+bool Kelvik::AnswersOpen(const char* path, int* descriptor) {
+  tagFakeFile* const fake = FindFake(path);
+  if (fake != nullptr) *descriptor = OpenFake(*fake);
+  return fake != nullptr;
+}
+
 extern "C" {
 
-int __real_open(const char* path, int flags, ...);
-int __real_open64(const char* path, int flags, ...);
 int __real_getsockname(int fd, sockaddr* address, socklen_t* length);
-
-int __wrap_open(const char* path, int flags, ...);
-int __wrap_open(const char* path, int flags, ...) {
-  va_list list;
-  va_start(list, flags);
-  const int mode = (flags & O_CREAT) != 0 ? va_arg(list, int) : 0;
-  va_end(list);
-  tagFakeFile* const fake = FindFake(path);
-  return fake != nullptr ? OpenFake(*fake) : __real_open(path, flags, mode);
-}
-
-int __wrap_open64(const char* path, int flags, ...);
-int __wrap_open64(const char* path, int flags, ...) {
-  va_list list;
-  va_start(list, flags);
-  const int mode = (flags & O_CREAT) != 0 ? va_arg(list, int) : 0;
-  va_end(list);
-  tagFakeFile* const fake = FindFake(path);
-  return fake != nullptr ? OpenFake(*fake) : __real_open64(path, flags, mode);
-}
 
 int __wrap_getsockname(int fd, sockaddr* address, socklen_t* length);
 int __wrap_getsockname(int fd, sockaddr* address, socklen_t* length) {
@@ -108,11 +92,7 @@ constexpr char kHeading[] = "   sl  local_address rem_address   st tx_queue rx_q
 
 // A socket of this process's user.
 std::string Line(uint32_t address, unsigned port, uint32_t peer, unsigned peerPort) {
-  char line[256];
-  std::snprintf(line, sizeof(line),
-                "  1: %08X:%04X %08X:%04X 07 00000000:00000000 00:00000000 00000000  %u 0 77 2\n",
-                htonl(address), port, htonl(peer), peerPort, static_cast<unsigned>(geteuid()));
-  return line;
+  return UdpLine(address, port, peer, peerPort, std::to_string(geteuid()));
 }
 
 class SenderFault : public testing::Test {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "ConsoleClient.h"
+#include "UdpLine.h"
 #include "UdpTable.h"
 
 namespace Kelvik {
@@ -20,20 +21,9 @@ constexpr uint16_t kConsolePort = 8799;
 
 // --- The table ---
 
-// A line as the kernel prints it on this machine; address and peer in host byte order.
-std::string Line(uint32_t address, unsigned port, uint32_t peer, unsigned peerPort,
-                 const char* user = "1000", const char* inode = "123456789012") {
-  char line[256];
-  std::snprintf(line, sizeof(line),
-                "  123: %08X:%04X %08X:%04X 07 00000000:00000300 00:00000000 00000000  %s        0 "
-                "%s 2 ffff888003c5a000 0\n",
-                htonl(address), port, htonl(peer), peerPort, user, inode);
-  return line;
-}
-
 TEST(UdpTable, LineGivesItsFields) {
   tagUdpEntry entry = {};
-  ASSERT_TRUE(ParseUdpLine(Line(kLoopback, 40000, 0x7F000002, 8799).c_str(), entry));
+  ASSERT_TRUE(ParseUdpLine(UdpLine(kLoopback, 40000, 0x7F000002, 8799, "1000").c_str(), entry));
   EXPECT_EQ(kLoopback, entry.m_Address);
   EXPECT_EQ(40000, entry.m_Port);
   EXPECT_EQ(0x7F000002u, entry.m_PeerAddress);
@@ -42,14 +32,14 @@ TEST(UdpTable, LineGivesItsFields) {
   EXPECT_EQ(1000u, entry.m_User);
   EXPECT_EQ(123456789012u, entry.m_Inode);
   ASSERT_TRUE(
-      ParseUdpLine(Line(0, 65535, 0, 0, "4294967295", "18446744073709551615").c_str(), entry));
+      ParseUdpLine(UdpLine(0, 65535, 0, 0, "4294967295", "18446744073709551615").c_str(), entry));
   EXPECT_EQ(65535, entry.m_Port);
   EXPECT_EQ(4294967295u, entry.m_User);
   EXPECT_EQ(UINT64_MAX, entry.m_Inode);
 }
 
 TEST(UdpTable, LineOfAnotherFormIsNone) {
-  const std::string good = Line(kLoopback, 40000, 0, 0);
+  const std::string good = UdpLine(kLoopback, 40000, 0, 0, "1000");
   tagUdpEntry entry;
   ASSERT_TRUE(ParseUdpLine(good.c_str(), entry));
   for (size_t length = 0; length < good.find("123456789012"); ++length)
@@ -64,9 +54,10 @@ TEST(UdpTable, LineOfAnotherFormIsNone) {
   for (const char* line : others)
     EXPECT_FALSE(ParseUdpLine(line, entry)) << line;
   // Numbers past their place.
-  EXPECT_FALSE(ParseUdpLine(Line(kLoopback, 0x10000, 0, 0).c_str(), entry));
-  EXPECT_FALSE(ParseUdpLine(Line(kLoopback, 1, 0, 0, "4294967296").c_str(), entry));
-  EXPECT_FALSE(ParseUdpLine(Line(kLoopback, 1, 0, 0, "0", "18446744073709551616").c_str(), entry));
+  EXPECT_FALSE(ParseUdpLine(UdpLine(kLoopback, 0x10000, 0, 0, "1000").c_str(), entry));
+  EXPECT_FALSE(ParseUdpLine(UdpLine(kLoopback, 1, 0, 0, "4294967296").c_str(), entry));
+  EXPECT_FALSE(
+      ParseUdpLine(UdpLine(kLoopback, 1, 0, 0, "0", "18446744073709551616").c_str(), entry));
 }
 
 // How often the table of this network has the port.
@@ -108,48 +99,30 @@ tagSender Sender(uint16_t port) {
 
 TEST(ConsoleSender, SocketIsJudgedByItsPortUserAndPeer) {
   constexpr uint32_t kAny = 0;
+  constexpr eSenderEntry kTrusted = eSenderEntry::kTrusted;
+  constexpr eSenderEntry kForeign = eSenderEntry::kForeign;
+  constexpr eSenderEntry kOther = eSenderEntry::kOther;
   const struct {
     const char* m_Case;
     uint16_t m_SenderPort;
     tagUdpEntry m_Entry;
     eSenderEntry m_Judged;
   } rows[] = {
-      {"connected", 40000, {kLoopback, 40000, kLoopback, 8799, 0, 1000, 1}, eSenderEntry::kTrusted},
-      {"root", 40000, {kLoopback, 40000, kLoopback, 8799, 0, 0, 1}, eSenderEntry::kTrusted},
-      {"chosen port", 40000, {kAny, 40000, kAny, 0, 0, 1000, 1}, eSenderEntry::kTrusted},
-      {"first chosen", 32768, {kAny, 32768, kAny, 0, 0, 1000, 1}, eSenderEntry::kTrusted},
-      {"last chosen", 60999, {kAny, 60999, kAny, 0, 0, 1000, 1}, eSenderEntry::kTrusted},
-      {"below", 32767, {kAny, 32767, kAny, 0, 0, 1000, 1}, eSenderEntry::kOther},
-      {"above", 61000, {kAny, 61000, kAny, 0, 0, 0, 1}, eSenderEntry::kOther},
-      {"below, connected",
-       999,
-       {kLoopback, 999, kLoopback, 8799, 0, 1000, 1},
-       eSenderEntry::kTrusted},
-      {"a service that a stranger borrowed",
-       8799,
-       {kLoopback, 8799, kAny, 0, 0, 1000, 1},
-       eSenderEntry::kOther},
-      {"connected elsewhere",
-       999,
-       {kLoopback, 999, kLoopback, 53, 0, 1000, 1},
-       eSenderEntry::kOther},
-      {"another user",
-       40000,
-       {kLoopback, 40000, kLoopback, 8799, 0, 1001, 1},
-       eSenderEntry::kForeign},
-      {"another user's service", 999, {kAny, 999, kAny, 0, 0, 1001, 1}, eSenderEntry::kForeign},
-      {"another port",
-       40001,
-       {kLoopback, 40000, kLoopback, 8799, 0, 1000, 1},
-       eSenderEntry::kOther},
-      {"another user elsewhere",
-       40000,
-       {0x0A000001, 40000, kAny, 0, 0, 1001, 1},
-       eSenderEntry::kOther},
-      {"own socket elsewhere",
-       40000,
-       {0x0A000001, 40000, kAny, 0, 0, 1000, 1},
-       eSenderEntry::kOther},
+      {"connected", 40000, {kLoopback, 40000, kLoopback, 8799, 0, 1000, 1}, kTrusted},
+      {"root", 40000, {kLoopback, 40000, kLoopback, 8799, 0, 0, 1}, kTrusted},
+      {"chosen port", 40000, {kAny, 40000, kAny, 0, 0, 1000, 1}, kTrusted},
+      {"first chosen", 32768, {kAny, 32768, kAny, 0, 0, 1000, 1}, kTrusted},
+      {"last chosen", 60999, {kAny, 60999, kAny, 0, 0, 1000, 1}, kTrusted},
+      {"below", 32767, {kAny, 32767, kAny, 0, 0, 1000, 1}, kOther},
+      {"above", 61000, {kAny, 61000, kAny, 0, 0, 0, 1}, kOther},
+      {"below, connected", 999, {kLoopback, 999, kLoopback, 8799, 0, 1000, 1}, kTrusted},
+      {"a service that a stranger borrowed", 8799, {kLoopback, 8799, kAny, 0, 0, 1000, 1}, kOther},
+      {"connected elsewhere", 999, {kLoopback, 999, kLoopback, 53, 0, 1000, 1}, kOther},
+      {"another user", 40000, {kLoopback, 40000, kLoopback, 8799, 0, 1001, 1}, kForeign},
+      {"another user's service", 999, {kAny, 999, kAny, 0, 0, 1001, 1}, kForeign},
+      {"another port", 40001, {kLoopback, 40000, kLoopback, 8799, 0, 1000, 1}, kOther},
+      {"another user elsewhere", 40000, {0x0A000001, 40000, kAny, 0, 0, 1001, 1}, kOther},
+      {"own socket elsewhere", 40000, {0x0A000001, 40000, kAny, 0, 0, 1000, 1}, kOther},
   };
   for (const auto& row : rows)
     EXPECT_EQ(row.m_Judged, JudgeEntry(row.m_Entry, Sender(row.m_SenderPort))) << row.m_Case;
