@@ -118,6 +118,14 @@ inline void ExpectTextSoon(const std::string& folder, const std::string& text) {
   EXPECT_EQ(text, AllText(folder));
 }
 
+// Has the writer drop a batch, since file output goes off; it is in its pause then.
+inline void DropBatch() {
+  EXPECT_EQ(0, LogLine("dropped"));
+  SwitchFile(false);
+  EXPECT_EQ(0, WriteBufferContent2File());
+  EXPECT_TRUE(WaitUntil([] { return Look(Output().m_BackLength) == 0; }, 3000));
+}
+
 // Runs a case with a log folder of its own; args are the log path, the folder, and then the more.
 inline testing::AssertionResult RunCase(const std::string& name,
                                         const std::vector<std::string>& more = {},

@@ -48,6 +48,13 @@ void Switch(int kind, int option, int i) {
   SetAttribute(kind, option, &value, 1);
 }
 
+// Logs the numbers "t0", "t1", ...
+void LogFromThreads(CRepeater& repeater) {
+  for (int i = 0; i < kThreads; ++i) {
+    repeater.Add([name = "t" + std::to_string(i)](int number) { LogNumber(name.c_str(), number); });
+  }
+}
+
 // What changes the look of records and nothing about which of them are kept.
 void ChangeLooks(CRepeater& repeater) {
   repeater.Add([](int i) {
@@ -151,10 +158,7 @@ CHILD_CASE(ChangeAllButTheRing) {
   UseSize(args.at(0), 4096, 64 * 1024, 5);
   {
     CRepeater repeater;
-    for (int i = 0; i < kThreads; ++i) {
-      repeater.Add(
-          [name = "t" + std::to_string(i)](int number) { LogNumber(name.c_str(), number); });
-    }
+    LogFromThreads(repeater);
     ChangeLooks(repeater);
     ChangeOutputs(repeater, "/dev/null");
     // A reader beside them.
@@ -183,10 +187,7 @@ CHILD_CASE(ChangeAll) {
   UseSize(args.at(0), 4096, 64 * 1024, 5);
   {
     CRepeater repeater;
-    for (int i = 0; i < kThreads; ++i) {
-      repeater.Add(
-          [name = "t" + std::to_string(i)](int number) { LogNumber(name.c_str(), number); });
-    }
+    LogFromThreads(repeater);
     ChangeLooks(repeater);
     ChangeOutputs(repeater, "/dev/null");
     ChangeRing(repeater, args.at(0));

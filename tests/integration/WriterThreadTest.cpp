@@ -43,10 +43,7 @@ TEST(Writer, BatchIsWrittenAndCounted) {
 CHILD_CASE(FileOff) {
   UseSize(args[0], 4096);
   EXPECT_EQ(0, Initialize());
-  EXPECT_EQ(0, LogLine("dropped"));
-  SwitchFile(false);
-  EXPECT_EQ(0, WriteBufferContent2File());
-  EXPECT_TRUE(WaitUntil([] { return Look(Output().m_BackLength) == 0; }, 3000));
+  DropBatch();
   EXPECT_THAT(ListFolder(args[1]), IsEmpty());
   SwitchFile(true);
   EXPECT_EQ(0, LogLine("kept"));
@@ -65,10 +62,7 @@ CHILD_CASE(Stops) {
   UseSize(args[0], 4096);
   EXPECT_EQ(0, Initialize());
   if (args[2] == "pausing") {
-    EXPECT_EQ(0, LogLine("dropped"));
-    SwitchFile(false);
-    EXPECT_EQ(0, WriteBufferContent2File());
-    EXPECT_TRUE(WaitUntil([] { return Look(Output().m_BackLength) == 0; }, 3000));
+    DropBatch();
   } else {
     PauseMs(50);
   }

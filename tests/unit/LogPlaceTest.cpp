@@ -28,6 +28,38 @@ std::string AskNth(tagKelvikPlace& place, uint32_t n, int calls) {
   return answers;
 }
 
+constexpr int kThreads = 4;
+
+struct tagAnswers {
+  uint32_t m_Taken = 0;
+  uint32_t m_Told = 0;  // the sum of what was passed over
+};
+
+// Asks so often on each of kThreads threads at once; ask gets the thread's number. The sum of all.
+template <class tAsk>
+tagAnswers AskTogether(int calls, tAsk ask) {
+  tagAnswers answers[kThreads];
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&own = answers[t], &ask, calls, t] {
+      for (int i = 0; i < calls; ++i) {
+        uint32_t passedOver = 0;
+        if (!ask(t, passedOver)) continue;
+        ++own.m_Taken;
+        own.m_Told += passedOver;
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  tagAnswers sum;
+  for (const tagAnswers& own : answers) {
+    sum.m_Taken += own.m_Taken;
+    sum.m_Told += own.m_Told;
+  }
+  return sum;
+}
+
 TEST(LogPlace, FirstAndEveryNthCallIsTakenWithTheCountBetween) {
   struct {
     uint32_t m_N;
@@ -51,34 +83,17 @@ TEST(LogPlace, StepThatChangesCountsWhatWasReallyPassedOver) {
 }
 
 TEST(LogPlace, NothingIsCountedTwiceOrNotAtAllByManyThreads) {
-  constexpr int kThreads = 4;
   const int calls = 2000 * Rounds();
   constexpr uint32_t kStep = 7;
   tagKelvikPlace place = {};
-  uint32_t taken[kThreads] = {};
-  uint32_t told[kThreads] = {};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < calls; ++i) {
-        uint32_t passedOver = 0;
-        if (!TakeNth(place, kStep, passedOver)) continue;
-        ++taken[t];
-        told[t] += passedOver;
-        EXPECT_TRUE(passedOver == kStep - 1 || passedOver == 0) << passedOver;
-      }
-    });
-  }
-  uint32_t sum = 0;
-  uint32_t sumTold = 0;
-  for (int t = 0; t < kThreads; ++t) {
-    threads[static_cast<size_t>(t)].join();
-    sum += taken[t];
-    sumTold += told[t];
-  }
+  const tagAnswers sum = AskTogether(calls, [&place](int, uint32_t& passedOver) {
+    if (!TakeNth(place, kStep, passedOver)) return false;
+    EXPECT_TRUE(passedOver == kStep - 1 || passedOver == 0) << passedOver;
+    return true;
+  });
   const auto all = static_cast<uint32_t>(kThreads * calls);
-  EXPECT_EQ((all + kStep - 1) / kStep, sum);
-  EXPECT_EQ(all, sum + sumTold + (place.m_Count - 1)) << "taken, told, and not told yet";
+  EXPECT_EQ((all + kStep - 1) / kStep, sum.m_Taken);
+  EXPECT_EQ(all, sum.m_Taken + sum.m_Told + (place.m_Count - 1)) << "taken, told, and not told yet";
 }
 
 TEST(LogPlace, CallIsTakenWhenTheIntervalIsOver) {
@@ -120,35 +135,17 @@ TEST(LogPlace, IntervalOfNoLengthTakesEveryCallOfOneThread) {
 }
 
 TEST(LogPlace, WhatManyThreadsPassOverInTimeIsToldOnce) {
-  constexpr int kThreads = 4;
   const int calls = 2000 * Rounds();
   tagKelvikPlace place = {};
   s_Now = 1;
-  uint32_t taken[kThreads] = {};
-  uint32_t told[kThreads] = {};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < calls; ++i) {
-        // The clock of all goes on with the work of one.
-        if (t == 0) __atomic_fetch_add(&s_Now, 1, __ATOMIC_RELAXED);
-        uint32_t passedOver = 0;
-        if (!TakeDue(place, Now, 10, passedOver)) continue;
-        ++taken[t];
-        told[t] += passedOver;
-      }
-    });
-  }
-  uint32_t sum = 0;
-  uint32_t sumTold = 0;
-  for (int t = 0; t < kThreads; ++t) {
-    threads[static_cast<size_t>(t)].join();
-    sum += taken[t];
-    sumTold += told[t];
-  }
-  EXPECT_EQ(static_cast<uint32_t>(kThreads * calls), sum + sumTold + place.m_Count);
-  EXPECT_GE(sum, 1u);
-  EXPECT_LE(sum, static_cast<uint32_t>(calls) / 10 + 1) << "never two in one interval";
+  const tagAnswers sum = AskTogether(calls, [&place](int thread, uint32_t& passedOver) {
+    // The clock of all goes on with the work of one.
+    if (thread == 0) __atomic_fetch_add(&s_Now, 1, __ATOMIC_RELAXED);
+    return TakeDue(place, Now, 10, passedOver);
+  });
+  EXPECT_EQ(static_cast<uint32_t>(kThreads * calls), sum.m_Taken + sum.m_Told + place.m_Count);
+  EXPECT_GE(sum.m_Taken, 1u);
+  EXPECT_LE(sum.m_Taken, static_cast<uint32_t>(calls) / 10 + 1) << "never two in one interval";
 }
 
 TEST(LogPlace, NoteNamesTheNumber) {
