@@ -196,10 +196,13 @@ CHILD_CASE(ForkWithConsole) {
   EXPECT_TRUE(console->Sync());
   const uint16_t port = console->Port();
   int go[2];
+  int begun[2];
   EXPECT_EQ(0, pipe(go));
+  EXPECT_EQ(0, pipe(begun));
+  char byte = 0;
   const pid_t pid = fork();
   if (pid == 0) {
-    char byte = 0;
+    if (write(begun[1], "x", 1) != 1) _exit(20);
     // The parent has ended its console and taken the port meanwhile.
     if (read(go[0], &byte, 1) != 1) _exit(21);
     ModuleSetParamUnregister("TestConsole",
@@ -211,6 +214,8 @@ CHILD_CASE(ForkWithConsole) {
     _exit(0);
   }
   delete console;
+  // It closes the socket before fork returns there, which may be later than here.
+  EXPECT_EQ(1, read(begun[0], &byte, 1));
   const int fd = BindPlainSocket(port);
   EXPECT_NE(-1, fd) << "the child holds the socket";
   EXPECT_EQ(1, write(go[1], "x", 1));
