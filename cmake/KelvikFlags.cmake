@@ -83,6 +83,9 @@ if(KELVIK_SANITIZE)
   add_link_options(-fsanitize=${KELVIK_SANITIZE})
   if(KELVIK_SANITIZE MATCHES "undefined")
     add_compile_options(-fno-sanitize-recover=all)
+    # clang's runtime is part of the executable: what it has for C++, which libkelvik.so needs, must be
+    # part of a C program's too.
+    add_link_options("$<$<LINK_LANG_AND_ID:C,Clang>:-fsanitize-link-c++-runtime;-lstdc++>")
   endif()
 endif()
 if(KELVIK_COVERAGE)

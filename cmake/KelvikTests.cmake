@@ -18,6 +18,8 @@
 #                           a program that tests run; it is no test itself
 #   kelvik_add_script_test(NAME x SCRIPT file.sh [ARGS ...] [LABELS ...] [TIMEOUT s] [SERIAL])
 #                           a POSIX shell script that fails by its exit code
+#   kelvik_own_operator_new(names ...)
+#                           tests of this folder that define operator new
 #   kelvik_add_fuzzer(NAME SOURCE SEEDS [LIBS ...])
 #                           libFuzzer target of the fuzz preset; elsewhere a test over its seeds
 
@@ -102,6 +104,17 @@ function(kelvik_add_test)
   endforeach()
   add_test(NAME ${name} COMMAND ${target})
   kelvik_finish_test(${name} SERIAL ${arg_SERIAL} TIMEOUT ${arg_TIMEOUT} LABELS ${arg_LABELS})
+endfunction()
+
+# The C++ part of clang's thread sanitizer defines it too; what is linked as C goes without that part.
+function(kelvik_own_operator_new)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND KELVIK_SANITIZE STREQUAL "thread")
+    foreach(test IN LISTS ARGN)
+      kelvik_test_name(${test} name)
+      string(REPLACE "." "_" target test_${name})
+      set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+    endforeach()
+  endif()
 endfunction()
 
 function(kelvik_add_program)

@@ -2,7 +2,7 @@
 # Builds and runs everything that has to hold, from clean build folders.
 #   sh scripts/test.sh                  all stages
 #   sh scripts/test.sh release asan     some: release clang asan tsan mipsel coverage dev fuzz demo
-#                                       format i686 lint
+#                                       format i686 lint asan-clang tsan-clang
 # Installs what is missing with apt-get. Environment:
 #   KELVIK_ROUNDS        rounds of the long loops (20; 8 under sanitizers and the emulator)
 #   KELVIK_FUZZ_SECONDS  for each fuzz target (10)
@@ -152,6 +152,7 @@ run_stage() {
     dev) suite dev ;;
     asan | tsan) slow suite "$1" ;;
     clang) suite_with clang $kelvik_clang_packages ;;
+    asan-clang | tsan-clang) slow suite_with "$1" $kelvik_clang_packages ;;
     mipsel) slow suite_with mipsel $kelvik_mipsel_packages ;;
     i686) slow i686 ;;
     coverage)
