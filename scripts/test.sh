@@ -2,7 +2,7 @@
 # Builds and runs everything that has to hold, from clean build folders.
 #   sh scripts/test.sh                  all stages
 #   sh scripts/test.sh release asan     some: release clang asan tsan mipsel coverage dev fuzz demo
-#                                       format i686 lint asan-clang tsan-clang
+#                                       format i686 lint asan-clang tsan-clang memcheck
 # Installs what is missing with apt-get. Environment:
 #   KELVIK_ROUNDS        rounds of the long loops (20; 8 under sanitizers and the emulator)
 #   KELVIK_FUZZ_SECONDS  for each fuzz target (10)
@@ -105,6 +105,32 @@ i686() {
   fi
 }
 
+# The processes that a test starts and lets die are in its verdict only by what they do; their reports
+# count as well.
+memcheck() {
+  # shellcheck disable=SC2086
+  if ! need_packages $kelvik_guard_packages; then
+    skip memcheck "packages are missing"
+    return
+  fi
+  rm -f build/memcheck/ctest.log build/memcheck/Testing/Temporary/memcheck.*.log
+  suite memcheck
+  [ -f build/memcheck/ctest.log ] && step memcheck-reports memcheck_reports
+}
+
+memcheck_reports() {
+  set -- build/memcheck/Testing/Temporary/memcheck.*.log
+  [ -f "$1" ] || { echo "memcheck left no report"; return 1; }
+  echo "memcheck watched $# processes"
+  reports=$(grep -l KELVIK-ERROR "$@") || return 0
+  echo "memcheck found something:"
+  for report in $reports; do
+    echo "-- $report"
+    head -n 60 "$report"
+  done
+  return 1
+}
+
 fuzz() {
   # shellcheck disable=SC2086
   if ! need_packages $kelvik_clang_packages; then
@@ -155,6 +181,7 @@ run_stage() {
     asan-clang | tsan-clang) slow suite_with "$1" $kelvik_clang_packages ;;
     mipsel) slow suite_with mipsel $kelvik_mipsel_packages ;;
     i686) slow i686 ;;
+    memcheck) slow memcheck ;;
     coverage)
       suite_with coverage $kelvik_coverage_packages
       [ -f build/coverage/ctest.log ] &&

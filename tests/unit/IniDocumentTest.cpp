@@ -21,6 +21,11 @@ struct tagResave {
   std::string m_Saved;
 };
 
+// In place of the record's bytes, some of which have no value.
+void PrintTo(const tagResave& resave, std::ostream* out) {
+  *out << resave.m_Fact;
+}
+
 class IniResave : public testing::TestWithParam<tagResave> {};
 
 TEST_P(IniResave, GivesTheExpectedBytesAndThenNoOthers) {
