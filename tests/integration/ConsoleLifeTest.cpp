@@ -15,6 +15,7 @@
 #include "ChildProcess.h"
 #include "ConsoleClient.h"
 #include "ConsoleTools.h"
+#include "FileTools.h"
 #include "Relaxed.h"
 #include "Rounds.h"
 
@@ -181,6 +182,26 @@ CHILD_CASE(LateReturn) {
 }
 TEST(ConsoleLife, EndedWorkerLeavesTheNextRunAlone) {
   EXPECT_TRUE(Succeeded(RunChild("LateReturn")));
+}
+
+// Datagrams are handled one at a time: by one worker, whoever began its run.
+CHILD_CASE(LateReturnEnds) {
+  CTestConsole console;
+  const auto countThreads = [] { return ListFolder("/proc/self/task").size(); };
+  const size_t before = countThreads();
+  tagLateReturn late = {console.Port()};
+  ModuleSetParamRegister("net", "restart", &RestartAndStay, &late);
+  EXPECT_TRUE(console.Client().Send("-set net restart 1"));
+  EXPECT_TRUE(WaitUntil([&] { return late.m_Restarted.load(); }, 5000));
+  EXPECT_TRUE(console.Sync());
+  EXPECT_EQ(before + 1, countThreads());
+  late.m_MayReturn = true;
+  EXPECT_TRUE(WaitUntil([&] { return countThreads() == before; }, 5000));
+  EXPECT_TRUE(console.Sync());
+  return 0;
+}
+TEST(ConsoleLife, EndedWorkerIsGoneWhenItsCallbackReturns) {
+  EXPECT_TRUE(Succeeded(RunChild("LateReturnEnds")));
 }
 
 // While one thread waits for the callback's end, the callback cannot start the console again.

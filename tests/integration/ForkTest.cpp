@@ -279,6 +279,32 @@ TEST(Fork, WriterOfTheChildStartsOnDemand) {
   EXPECT_TRUE(RunFork("ForkOnDemand"));
 }
 
+// With file output off the text that waits is not written before the process is copied.
+CHILD_CASE(ForkWhileTextWaits) {
+  StartEngine(args.at(0), 65536);
+  LogNumbers("early", 10);
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));  // gives both processes the file to append to
+  LogNumbers("parent", 10);
+  SwitchFile(false);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    SwitchFile(true);
+    LogNumbers("child", 10);
+    std::exit(0);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  EXPECT_TRUE(IsAllThere(AllText(args.at(1)), {{"early", 10}, {"child", 10}}));
+  SwitchFile(true);
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
+  EXPECT_TRUE(IsAllThere(AllText(args.at(1)), {{"early", 10}, {"parent", 10}, {"child", 10}}));
+  return 0;
+}
+
+TEST(Fork, TextThatFileOutputKeepsWaitingStaysWithTheParent) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkWhileTextWaits"));
+}
+
 // Other threads hold every lock of the library in turn while this one forks.
 CHILD_CASE(ForkUnderLocks) {
   EXPECT_EQ(0, SetConfigFilePath((args.at(1) + "/fork.ini").c_str()));
