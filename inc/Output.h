@@ -256,11 +256,12 @@ class KELVIK_API COutput : public CThread::IExecute {
   void AfterPrint(bool failed);
   void Recover();
 
-  // OutputBuffer.cpp. What stores or hands over holds m_BufferMutex. failed is set to the writer
-  // whose failure is to be reported once all locks are released.
-  void SpinLock();
+  // OutputStore.cpp
   int StoreRecord(const char* text, int length);
   bool AppendQuickly(const char* text, uint32_t bytes);
+
+  // OutputBuffer.cpp. What stores or hands over holds m_BufferMutex. failed is set to the writer
+  // whose failure is to be reported once all locks are released.
   int StoreSlowly(const char* text, int length);
   int StoreBySize(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
   int StoreByTime(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);

@@ -1,10 +1,10 @@
 // The double buffer between the callers and the writer thread.
 //
-// A caller appends its record to the front buffer under m_BufferMutex. When the buffer is full or
-// due, the two buffers change places under m_WriteMutex (the hand-over) and the writer thread is
-// woken, which writes the back buffer through the file writer of the current mode. A
-// hand-over never waits for the writer to have written the batch before: what the back buffer still
-// held is replaced.
+// A caller appends its record to the front buffer under m_BufferMutex (the usual record:
+// OutputStore.cpp). When the buffer is full or due, the two buffers change places under
+// m_WriteMutex (the hand-over) and the writer thread is woken, which writes the back buffer through
+// the file writer of the current mode. A hand-over never waits for the writer to have written the
+// batch before: what the back buffer still held is replaced.
 //
 // Records that no buffer can take (buffering off, a record longer than the buffer) are written by
 // the caller itself, behind everything that was accepted before them.
@@ -15,12 +15,10 @@
 #include <cstring>
 
 #include "Context.h"
-#include "CopyBytes.h"
 #include "FileName.h"
 #include "Guard.h"
 #include "Output.h"
 #include "OutputInternal.h"
-#include "Prefetch.h"
 #include "Relaxed.h"
 #include "TimeStamp.h"
 
@@ -28,15 +26,9 @@ namespace Kelvik {
 namespace {
 
 constexpr unsigned kForever = 0xFFFFFFFF;
-constexpr unsigned kIdlePauseMs = 1000;     // while file output is switched off
-constexpr unsigned kFaultPauseMs = 100;     // when the wait itself fails
-constexpr int32_t kSmallestInterval = 200;  // milliseconds
-constexpr size_t kStampedBytes = 32;        // of m_NextFileName
-
-// The front buffer was the back buffer before: its cache lines are with the core on which the
-// writer read them. A line that is asked for two records ahead is here when its turn comes.
-constexpr uintptr_t kBytesAhead = 256;
-constexpr uintptr_t kCacheLine = 64;
+constexpr unsigned kIdlePauseMs = 1000;  // while file output is switched off
+constexpr unsigned kFaultPauseMs = 100;  // when the wait itself fails
+constexpr size_t kStampedBytes = 32;     // of m_NextFileName
 
 // Ends a lock that was taken elsewhere, also when the thread is cancelled.
 class CUnlockAtEnd {
@@ -50,11 +42,6 @@ class CUnlockAtEnd {
   CMutex& m_Mutex;
 };
 
-// A word of the packed settings, as a signed number.
-inline int32_t LimitWord(const tagAttribute& attribute, size_t offset) {
-  return LoadUnaligned<int32_t>(reinterpret_cast<const char*>(&attribute) + offset);
-}
-
 uint32_t NonZero(uint32_t moment) {
   return moment == 0 ? 1 : moment;
 }
@@ -66,42 +53,6 @@ void COutput::ReadLimits(tagLimits& limits) const {
   const tagAttribute* global = Context()->GetAttribute();
   std::memcpy(&limits, reinterpret_cast<const char*>(global) + offsetof(tagAttribute, m_LogMaxSize),
               sizeof(limits));
-}
-
-int COutput::StoreRecord(const char* text, int length) {
-  if (RelaxedLoad(m_BufferReset) == 1 || RelaxedLoad(m_DiskFull) == 1) {
-    RelaxedAdd(m_Refused, 1);
-    return eResultInvalid;
-  }
-  m_BufferMutex.lockSpinning();
-  if (!AppendQuickly(text, static_cast<uint32_t>(length))) return StoreSlowly(text, length);
-  m_BufferMutex.unlock();
-  return eResultSuccess;
-}
-
-// What nearly every record needs: rotation by size as before, the buffers as they were, room for
-// the text behind other text, no interval. Returns false, having done nothing, when a record asks
-// for anything else. Caller holds m_BufferMutex.
-inline bool COutput::AppendQuickly(const char* text, uint32_t bytes) {
-  const tagAttribute& global = *Context()->GetAttribute();
-  const int32_t size = LimitWord(global, offsetof(tagAttribute, m_BufferSize));
-  const auto front = static_cast<uint32_t>(m_FrontLength);
-  const bool steady =
-      LimitWord(global, offsetof(tagAttribute, m_LogMaxSize)) > 0 && RelaxedLoad(m_SizeMode) == 1 &&
-      RelaxedLoad(m_TimeMode) == 0 && m_AllocatedSize == static_cast<uint32_t>(size) &&
-      size >= kSmallestBuffer &&
-      LimitWord(global, offsetof(tagAttribute, m_WriteInterval)) < kSmallestInterval &&
-      RelaxedLoad(m_Ended) == eLifeOpen && RelaxedLoad(m_BufferReset) != 1 &&
-      RelaxedLoad(m_DiskFull) != 1;
-  // Without buffers the front length is 0.
-  if (!steady || front == 0 || bytes + front >= m_BufferCapacity) return false;
-  char* const end = m_FrontBuffer + front;
-  PrefetchForWrite(end, kBytesAhead);
-  PrefetchForWrite(end, kBytesAhead + kCacheLine);
-  std::memcpy(end, text, bytes);
-  m_FrontLength = static_cast<int32_t>(front + bytes);
-  ++m_FrontRecords;
-  return true;
 }
 
 // Caller holds m_BufferMutex, which is let go of here.
@@ -322,13 +273,13 @@ void COutput::HandOver(const tagWriter*& failed) {
     WriteBackFirst(*writer, failed);  // on a full disk this clears the front buffer as well
   }
   if (m_FrontLength == 0) return;
-  const int32_t sizeLimit =
-      LimitWord(*Context()->GetAttribute(), offsetof(tagAttribute, m_LogMaxSize));
+  tagLimits limits;
+  ReadLimits(limits);
   {
     m_WriteMutex.lockSpinning();
     const CUnlockAtEnd unlock(m_WriteMutex);
     DropBack(true);
-    m_BatchSizeLimit = sizeLimit;
+    m_BatchSizeLimit = limits.m_LogMaxSize;
     ++m_HandedOver;
     ++m_Statistics.m_Batches;
     m_Statistics.m_BytesHandedOver += static_cast<uint32_t>(m_FrontLength);

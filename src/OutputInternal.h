@@ -10,10 +10,11 @@
 
 namespace Kelvik {
 
-constexpr int kRecordBytes = 8192;     // a formatted record, its terminator included
-constexpr int kRawPrefixBytes = 256;   // the prefix of a raw record, its terminator included
-constexpr int kColourBytes = 8;        // room for a colour sequence before or after a record
-constexpr int kSmallestBuffer = 1024;  // bytes; below it every record is written directly
+constexpr int kRecordBytes = 8192;          // a formatted record, its terminator included
+constexpr int kRawPrefixBytes = 256;        // the prefix of a raw record, its terminator included
+constexpr int kColourBytes = 8;             // room for a colour sequence before or after a record
+constexpr int kSmallestBuffer = 1024;       // bytes; below it every record is written directly
+constexpr int32_t kSmallestInterval = 200;  // milliseconds; below it no text is handed over by time
 
 // A write that met a full disk, inside the engine; its callers turn it into eResultFailure after
 // the files have been cleared.
