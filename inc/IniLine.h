@@ -5,10 +5,9 @@
 #define KELVIK_INILINE_H_
 
 #include <cstddef>
+#include <limits>
 #include <list>
-#include <locale>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -148,22 +147,29 @@ template <typename T>
 inline T xini_keyvalue_t::get_nvalue() const {
   static_assert(std::is_integral<T>::value && std::is_signed<T>::value && sizeof(T) >= sizeof(int),
                 "values are read as signed numbers of int's width or more");
-  std::istringstream stream(m_xstr_value);
-  stream.imbue(std::locale::classic());
+  const char* at = m_xstr_value.c_str();
+  while (is_blank(*at))
+    ++at;
+  const bool isNegative = *at == '-';
+  if (isNegative || *at == '+') ++at;
+  if (*at < '0' || *at > '9') return -1;
+  // Counted below zero, where there is one number more than above.
+  constexpr T kLeast = std::numeric_limits<T>::min();
   T number = 0;
-  stream >> number;
-  return stream.fail() ? static_cast<T>(-1) : number;
+  for (; *at >= '0' && *at <= '9'; ++at) {
+    const T digit = *at - '0';
+    if (number < (kLeast + digit) / 10) return -1;
+    number = number * 10 - digit;
+  }
+  if (isNegative) return number;
+  return number != kLeast ? -number : -1;
 }
 
 template <typename T>
 inline void xini_keyvalue_t::set_nvalue(T number) {
   static_assert(std::is_integral<T>::value && std::is_signed<T>::value && sizeof(T) >= sizeof(int),
                 "values are written as signed numbers of int's width or more");
-  std::ostringstream ostr;
-  ostr.imbue(std::locale::classic());
-  ostr << number;
-  xini_require(!ostr.fail(), "!ostr.fail()");
-  invk_set_value(ostr.str());
+  invk_set_value(std::to_string(number));
 }
 
 #endif  // KELVIK_INILINE_H_
