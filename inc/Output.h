@@ -296,6 +296,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   // OutputWriter.cpp. LockFile returns 0 with m_WriteMutex held and the current file open. What
   // follows it runs under m_WriteMutex, and what changes names or slots under both mutexes.
   void Settle(const tagWriter* failed);
+  int WriteAndSettle(const tagWriter& writer, const char* data, int length);
   int Write(const tagWriter& writer, const char* data, int length, const tagWriter*& failed);
   int LockFile(const tagWriter& writer);
   void WriteBatch(const tagWriter& writer);

@@ -7,8 +7,8 @@
 #include <exception>
 #include <string>
 
-#include "Guard.h"
 #include "Kelvik.h"
+#include "ScopeLock.h"
 
 namespace Kelvik {
 
@@ -19,7 +19,7 @@ int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit) {
   if (::stat(path, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))) {
     return eResultFailure;
   }
-  CGuard guard(&mutex);
+  const CScopeLock guard(mutex);
   try {
     const std::string file(path);
     xini_file_t document(file);

@@ -12,9 +12,9 @@
 #include <new>
 
 #include "Context.h"
-#include "Guard.h"
 #include "Kelvik.h"
 #include "Relaxed.h"
+#include "ScopeLock.h"
 #include "SelfReport.h"
 #include "TextNumber.h"
 #include "TimeStamp.h"
@@ -124,7 +124,7 @@ int CGlobal::Initialize() {
   tagAttribute defaults;
   FillDefaults(defaults);
   {
-    CGuard guard(&m_Output.m_BufferMutex);
+    const CScopeLock guard(m_Output.m_BufferMutex);
     RelaxedStore(m_Attribute.m_OutputConsole, defaults.m_OutputConsole);
     RelaxedStore(m_Attribute.m_OutputSystem, defaults.m_OutputSystem);
     RelaxedStore(m_Attribute.m_OutputFile, defaults.m_OutputFile);
@@ -144,7 +144,7 @@ int CGlobal::Initialize() {
 }
 
 void CGlobal::CopyAttribute(tagAttribute& attribute) {
-  CGuard guard(&m_Output.m_BufferMutex);
+  const CScopeLock guard(m_Output.m_BufferMutex);
   attribute.m_OutputConsole = RelaxedLoad(m_Attribute.m_OutputConsole);
   attribute.m_OutputSystem = RelaxedLoad(m_Attribute.m_OutputSystem);
   attribute.m_OutputFile = RelaxedLoad(m_Attribute.m_OutputFile);
@@ -192,7 +192,7 @@ int CGlobal::SetInterval(const char* ms) {
 }
 
 int CGlobal::SetConfigFilePath(const char* path) {
-  CGuard guard(&m_ModuleMutex);
+  const CScopeLock guard(m_ModuleMutex);
   if (RelaxedLoad(s_ConfigPathSet)) return eResultSuccess;
   if (path == nullptr || *path == '\0') return eResultInvalid;
   const size_t length = ::strnlen(path, kConfigPathBytes);
@@ -222,7 +222,7 @@ int CGlobal::SetLogFilePath(const char* path) {
 void CGlobal::SetLogPath(const char* path) {
   char field[kLogPathBytes] = {};
   std::memcpy(field, path, ::strnlen(path, sizeof(field)));
-  CGuard guard(&m_Output.m_BufferMutex);
+  const CScopeLock guard(m_Output.m_BufferMutex);
   std::memcpy(m_Attribute.m_LogPath, field, sizeof(field));
 }
 
@@ -239,7 +239,7 @@ void CGlobal::StoreLogMaxCount(uint32_t count) {
 }
 
 void CGlobal::StoreWord(size_t offset, uint32_t value) {
-  CGuard guard(&m_Output.m_BufferMutex);
+  const CScopeLock guard(m_Output.m_BufferMutex);
   std::memcpy(reinterpret_cast<char*>(&m_Attribute) + offset, &value, sizeof(value));
 }
 

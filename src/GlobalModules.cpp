@@ -16,10 +16,10 @@
 #include <string>
 
 #include "Global.h"
-#include "Guard.h"
 #include "Kelvik.h"
 #include "LevelGate.h"
 #include "Relaxed.h"
+#include "ScopeLock.h"
 #include "TextMatch.h"
 
 namespace Kelvik {
@@ -87,7 +87,7 @@ int CGlobal::InsertModuleName(const char* module, const char* version) {
   try {
     const std::string name(module);
     {
-      CGuard guard(&m_ModuleMutex);
+      const CScopeLock guard(m_ModuleMutex);
       if (m_ModuleAttribute.find(name) != m_ModuleAttribute.end()) return eResultInvalid;
     }
     // Read without the lock: a file is read, and text printed, on the way.
@@ -95,7 +95,7 @@ int CGlobal::InsertModuleName(const char* module, const char* version) {
     CopyAttribute(snapshot);
     ReadAttributeByConfigFile(module, snapshot, version == nullptr ? "" : version);
     auto node = std::make_unique<tagModuleNode>();
-    CGuard guard(&m_ModuleMutex);
+    const CScopeLock guard(m_ModuleMutex);
     const auto inserted = m_ModuleAttribute.emplace(name, snapshot);
     if (!inserted.second) return eResultInvalid;
     node->m_Name = inserted.first->first.c_str();
@@ -141,7 +141,7 @@ void CGlobal::FreeModules() {
 // results are kept as applications know them, inverted as they are.
 int CGlobal::PopModuleName(const char* module) {
   if (module == nullptr) return eResultInvalid;
-  CGuard guard(&m_ModuleMutex);
+  const CScopeLock guard(m_ModuleMutex);
   try {
     return m_ModuleAttribute.find(module) != m_ModuleAttribute.end() ? eResultInvalid
                                                                      : eResultSuccess;

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <new>
 
-#include "Guard.h"
 #include "Kelvik.h"
+#include "ScopeLock.h"
 
 namespace Kelvik {
 namespace {
@@ -44,7 +44,7 @@ CModuleState::CModuleState() {
 CModuleState::~CModuleState() {
   Initialize();
   {
-    CGuard guard(&m_Mutex);
+    const CScopeLock guard(m_Mutex);
     m_ParamModules.clear();
   }
   m_Mutex.destroy();
@@ -85,7 +85,7 @@ int CModuleState::Set(const char* module, const char* title, int value) {
 }
 
 std::list<tagModule> CModuleState::CopyModules() {
-  CGuard guard(&m_Mutex);
+  const CScopeLock guard(m_Mutex);
   try {
     return m_Modules;
   } catch (const std::bad_alloc&) {
@@ -96,7 +96,7 @@ std::list<tagModule> CModuleState::CopyModules() {
 int CModuleState::Initialize() {
   std::list<tagModule> dropped;
   {
-    CGuard guard(&m_Mutex);
+    const CScopeLock guard(m_Mutex);
     dropped.swap(m_Modules);
   }
   return eResultSuccess;
@@ -118,7 +118,7 @@ int CModuleState::Add(std::list<tagModule>& list, const char* module, const char
   memcpy(record.m_Title, title, strlen(title));
   record.m_Callback = callback;
   record.m_Param = param;
-  CGuard guard(&m_Mutex);
+  const CScopeLock guard(m_Mutex);
   if (FirstMatch(list, module, title) != list.end()) return eResultExists;
   list.splice(list.end(), fresh);
   return eResultSuccess;
@@ -127,7 +127,7 @@ int CModuleState::Add(std::list<tagModule>& list, const char* module, const char
 int CModuleState::Remove(std::list<tagModule>& list, const char* module, const char* title) {
   if (module == nullptr || title == nullptr) return eResultFailure;
   std::list<tagModule> removed;
-  CGuard guard(&m_Mutex);
+  const CScopeLock guard(m_Mutex);
   const auto found = FirstMatch(list, module, title);
   if (found == list.end()) return eResultFailure;
   removed.splice(removed.end(), list, found);
@@ -138,7 +138,7 @@ int CModuleState::Remove(std::list<tagModule>& list, const char* module, const c
 bool CModuleState::Find(const std::list<tagModule>& list, const char* module, const char* title,
                         DisplayCallback* callback, void** param) {
   if (module == nullptr || title == nullptr) return false;
-  CGuard guard(&m_Mutex);
+  const CScopeLock guard(m_Mutex);
   const auto found = FirstMatch(list, module, title);
   if (found == list.end()) return false;
   *callback = found->m_Callback;

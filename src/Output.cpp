@@ -12,9 +12,9 @@
 
 #include "FileIo.h"
 #include "Global.h"
-#include "Guard.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
+#include "ScopeLock.h"
 
 namespace Kelvik {
 namespace {
@@ -105,7 +105,7 @@ int COutput::Initialize() {
 
 int COutput::Start() {
   {
-    CGuard bufferGuard(&m_BufferMutex);
+    const CScopeLock bufferGuard(m_BufferMutex);
     tagLimits limits;
     ReadLimits(limits);
     if (limits.m_BufferSize != 0) {
@@ -149,18 +149,18 @@ int COutput::Destroy() {
 
 int COutput::Finish() {
   {
-    CGuard bufferGuard(&m_BufferMutex);
+    const CScopeLock bufferGuard(m_BufferMutex);
     RelaxedStore(m_Ended, eLifeDraining);
   }
   Stop();
   std::fflush(stdout);
   const tagWriter* failed = nullptr;
   {
-    CGuard bufferGuard(&m_BufferMutex);
+    const CScopeLock bufferGuard(m_BufferMutex);
     const tagWriter* writer = ModeWriter();
     const bool fileOutput = RelaxedLoad(CGlobal::Instance()->GetAttribute()->m_OutputFile) != 0;
     if (fileOutput && writer != nullptr) WriteWaiting(*writer, failed);
-    CGuard writeGuard(&m_WriteMutex);
+    const CScopeLock writeGuard(m_WriteMutex);
     CloseCurrent();
     RelaxedStore(m_Ended, eLifeEnded);
   }

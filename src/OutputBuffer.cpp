@@ -16,10 +16,10 @@
 
 #include "Context.h"
 #include "FileName.h"
-#include "Guard.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
+#include "ScopeLock.h"
 #include "TimeStamp.h"
 
 namespace Kelvik {
@@ -176,7 +176,7 @@ int COutput::Append(const tagWriter& writer, const tagLimits& limits, const char
   const auto bytes = static_cast<uint32_t>(length);
   if (ready && bytes > m_BufferCapacity) return WriteDirect(writer, text, length, failed);
   if (!ready) {
-    CGuard guard(&m_WriteMutex);
+    const CScopeLock guard(m_WriteMutex);
     CountDirect(length);
     ++m_Statistics.m_RecordsDropped;
     m_Statistics.m_BytesDropped += bytes;
@@ -240,7 +240,7 @@ bool COutput::MakeBuffers(uint32_t size) {
     std::free(front);
     return false;
   }
-  CGuard guard(&m_WriteMutex);
+  const CScopeLock guard(m_WriteMutex);
   m_BackBuffer = back;
   RelaxedStore(m_BackLength, 0);
   m_FrontBuffer = front;
@@ -251,7 +251,7 @@ bool COutput::MakeBuffers(uint32_t size) {
 
 // Drops both buffers with what they hold, since their size has changed. Caller holds m_BufferMutex.
 void COutput::DropBuffers() {
-  CGuard guard(&m_WriteMutex);
+  const CScopeLock guard(m_WriteMutex);
   RelaxedStore(m_BufferReset, 1);
   DropBack(true);
   m_Statistics.m_RecordsReplaced += m_FrontRecords;
@@ -350,7 +350,7 @@ void COutput::WakeWantedWriter() {
 // Starts the writer of a forked child, once. No lock is held: a failure is reported.
 void COutput::StartWantedWriter() {
   {
-    CGuard guard(&m_BufferMutex);
+    const CScopeLock guard(m_BufferMutex);
     if (m_WriterOnDemand != eOnDemandWanted || RelaxedLoad(m_Ended) != eLifeOpen) return;
     RelaxedStore(m_WriterOnDemand, eOnDemandNo);
   }
@@ -374,7 +374,7 @@ const tagWriter* COutput::ModeWriter() const {
 int COutput::WriteBuffer2File() {
   const tagWriter* failed = nullptr;
   {
-    CGuard guard(&m_BufferMutex);
+    const CScopeLock guard(m_BufferMutex);
     if (m_BackBuffer != nullptr && m_FrontLength != 0) HandOver(failed);
   }
   Settle(failed);
@@ -382,7 +382,7 @@ int COutput::WriteBuffer2File() {
 }
 
 int COutput::Losslog() {
-  CGuard guard(&m_WriteMutex);
+  const CScopeLock guard(m_WriteMutex);
   DropBack(false);
   return eResultSuccess;
 }

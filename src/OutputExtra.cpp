@@ -15,10 +15,10 @@
 #include "FileIo.h"
 #include "FileName.h"
 #include "Global.h"
-#include "Guard.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
+#include "ScopeLock.h"
 
 namespace Kelvik {
 namespace {
@@ -62,8 +62,8 @@ void WriteRaw(int fd, const char* data, int32_t length) {
 }  // namespace
 
 void COutput::GetStatistics(tagOutputStatistics& statistics) {
-  CGuard bufferGuard(&m_BufferMutex);
-  CGuard writeGuard(&m_WriteMutex);
+  const CScopeLock bufferGuard(m_BufferMutex);
+  const CScopeLock writeGuard(m_WriteMutex);
   statistics = m_Statistics;
   const auto waiting = static_cast<uint32_t>(m_FrontLength);
   statistics.m_RecordsAccepted += m_Buffered.m_Records + m_FrontRecords;
@@ -83,7 +83,7 @@ int COutput::SetOverflow(eOverflowPolicy policy) {
 
 void COutput::SetRotationCallback(void (*callback)(const char* path, void* context),
                                   void* context) {
-  CGuard guard(&m_WriteMutex);
+  const CScopeLock guard(m_WriteMutex);
   m_RotationCallback = callback;
   m_RotationContext = context;
 }
@@ -151,8 +151,8 @@ int COutput::SyncFiles() {
   int result = eResultSuccess;
   int32_t fds[kSlotCount];
   {
-    CGuard bufferGuard(&m_BufferMutex);
-    CGuard writeGuard(&m_WriteMutex);
+    const CScopeLock bufferGuard(m_BufferMutex);
+    const CScopeLock writeGuard(m_WriteMutex);
     const char* folder = CGlobal::Instance()->GetAttribute()->m_LogPath;
     for (int slot = 0; slot < kSlotCount; ++slot) {
       fds[slot] = -1;

@@ -8,10 +8,10 @@
 #include "FileIo.h"
 #include "FileName.h"
 #include "Global.h"
-#include "Guard.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
+#include "ScopeLock.h"
 
 namespace Kelvik {
 namespace {
@@ -46,8 +46,8 @@ int COutput::WriteFileName2Ini(int slot, const char* path) {
 
 int COutput::ClearFileInfo() {
   CGlobal* global = CGlobal::Instance();
-  CGuard bufferGuard(&m_BufferMutex);
-  CGuard writeGuard(&m_WriteMutex);
+  const CScopeLock bufferGuard(m_BufferMutex);
+  const CScopeLock writeGuard(m_WriteMutex);
   tagLimits limits;
   ReadLimits(limits);
   const int count = limits.m_LogMaxCount < kSlotCount ? limits.m_LogMaxCount : kSlotCount;
@@ -79,7 +79,7 @@ int COutput::ClearFile() {
   ClearFileInfo();
   tagLimits limits;
   {
-    CGuard guard(&m_BufferMutex);
+    const CScopeLock guard(m_BufferMutex);
     ReadLimits(limits);
   }
   if (limits.m_LogMaxCount >= 2) global->SetMaxLogCount(limits.m_LogMaxCount - 1);
@@ -89,8 +89,8 @@ int COutput::ClearFile() {
 
 int COutput::SetLogName(int slot, const char* name) {
   if (slot < 0 || slot >= kSlotCount || name == nullptr || *name == '\0') return eResultSuccess;
-  CGuard bufferGuard(&m_BufferMutex);
-  CGuard writeGuard(&m_WriteMutex);
+  const CScopeLock bufferGuard(m_BufferMutex);
+  const CScopeLock writeGuard(m_WriteMutex);
   const char* kept = name;
   if (std::strlen(name) >= kSlotNameBytes) {
     const char* folder = CGlobal::Instance()->GetAttribute()->m_LogPath;
@@ -109,8 +109,8 @@ int COutput::SetLogName(int slot, const char* name) {
 
 int COutput::SetCurrentFileInfo(int slot, int size) {
   if (slot < 0 || slot >= kSlotCount) return eResultSuccess;
-  CGuard bufferGuard(&m_BufferMutex);
-  CGuard writeGuard(&m_WriteMutex);
+  const CScopeLock bufferGuard(m_BufferMutex);
+  const CScopeLock writeGuard(m_WriteMutex);
   if (slot != m_FileIndex) CloseCurrent();
   m_FileIndex = static_cast<int8_t>(slot);
   tagLimits limits;
@@ -120,8 +120,8 @@ int COutput::SetCurrentFileInfo(int slot, int size) {
 }
 
 int COutput::CloseFile() {
-  CGuard bufferGuard(&m_BufferMutex);
-  CGuard writeGuard(&m_WriteMutex);
+  const CScopeLock bufferGuard(m_BufferMutex);
+  const CScopeLock writeGuard(m_WriteMutex);
   CloseCurrent();
   return eResultSuccess;
 }

@@ -287,9 +287,7 @@ int COutput::LogRaw(const tagRecordHead& head, const char* data, int length, int
   } else if (RelaxedLoad(global->m_OutputFile) == 0) {
     if (RelaxedLoad(m_Ended) != eLifeOpen) result = eResultFailure;  // as in Deliver
   } else if (ReportMayUseFile()) {
-    const tagWriter* failed = nullptr;
-    result = Write(writer, data, length, failed);
-    Settle(failed);
+    result = WriteAndSettle(writer, data, length);
   }
   errno = callerErrno;
   return result;

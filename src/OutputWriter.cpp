@@ -16,10 +16,10 @@
 #include "FileIo.h"
 #include "FileName.h"
 #include "Global.h"
-#include "Guard.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
+#include "ScopeLock.h"
 #include "SelfReport.h"
 #include "TimeStamp.h"
 
@@ -59,7 +59,7 @@ void COutput::Settle(const tagWriter* failed) {
   void* context;
   int count;
   {
-    CGuard guard(&m_WriteMutex);
+    const CScopeLock guard(m_WriteMutex);
     count = m_FinishedCount;
     std::memcpy(paths, m_Finished, sizeof(paths));
     callback = m_RotationCallback;
@@ -71,29 +71,25 @@ void COutput::Settle(const tagWriter* failed) {
 }
 
 int COutput::WriteLogBySzie(const char* data, int length) {
-  const tagWriter* failed = nullptr;
-  const int result = Write(kSizeWriter, data, length, failed);
-  Settle(failed);
-  return result;
+  return WriteAndSettle(kSizeWriter, data, length);
 }
 
 int COutput::WriteLogBySzieV1(const char* data, int length) {
-  const tagWriter* failed = nullptr;
-  const int result = Write(kSizeWriterV1, data, length, failed);
-  Settle(failed);
-  return result;
+  return WriteAndSettle(kSizeWriterV1, data, length);
 }
 
 int COutput::WriteLogByTime(const char* data, int length) {
-  const tagWriter* failed = nullptr;
-  const int result = Write(kTimeWriter, data, length, failed);
-  Settle(failed);
-  return result;
+  return WriteAndSettle(kTimeWriter, data, length);
 }
 
 int COutput::WriteLogByTimeV1(const char* data, int length) {
+  return WriteAndSettle(kTimeWriterV1, data, length);
+}
+
+// Caller holds no lock.
+int COutput::WriteAndSettle(const tagWriter& writer, const char* data, int length) {
   const tagWriter* failed = nullptr;
-  const int result = Write(kTimeWriterV1, data, length, failed);
+  const int result = Write(writer, data, length, failed);
   Settle(failed);
   return result;
 }
@@ -120,7 +116,7 @@ int COutput::Write(const tagWriter& writer, const char* data, int length,
       result = RotateWhenPending(writer);
     }
   } else if (data != nullptr) {
-    CGuard guard(&m_WriteMutex);
+    const CScopeLock guard(m_WriteMutex);
     CountDirect(length);
     ++m_Statistics.m_RecordsDropped;
     m_Statistics.m_BytesDropped += static_cast<uint32_t>(length);
@@ -157,7 +153,7 @@ void COutput::CountDirect(int length) {
 int COutput::LockFile(const tagWriter& writer) {
   tagLimits limits;
   {
-    CGuard guard(&m_BufferMutex);
+    const CScopeLock guard(m_BufferMutex);
     if (RelaxedLoad(m_Ended) == eLifeEnded) return eResultFailure;
     ReadLimits(limits);
   }
@@ -267,8 +263,8 @@ int COutput::ClearWhenFull(int result) {
 
 int COutput::RotateWhenPending(const tagWriter& writer) {
   if (RelaxedLoad(m_RotatePending) == 0) return eResultSuccess;
-  CGuard bufferGuard(&m_BufferMutex);
-  CGuard writeGuard(&m_WriteMutex);
+  const CScopeLock bufferGuard(m_BufferMutex);
+  const CScopeLock writeGuard(m_WriteMutex);
   if (RelaxedLoad(m_RotatePending) == 0 || RelaxedLoad(m_Ended) == eLifeEnded) {
     return eResultSuccess;
   }
