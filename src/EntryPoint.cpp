@@ -52,50 +52,33 @@ CConsole& Console() {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-             const char* format, va_list list) {
+             const tagSourcePlace* place, const char* format, va_list list) {
   tagArguments arguments(list);
   return Guarded([&]() -> int {
     if (format == nullptr) return eResultInvalid;
     if (!IsLevel(level)) return RejectLevel(shell, level);
-    return Output().Log(level, module, title, format, arguments);
-  });
-}
-
-int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-             const tagSourcePlace& place, const char* format, va_list list) {
-  tagArguments arguments(list);
-  return Guarded([&]() -> int {
-    if (format == nullptr) return eResultInvalid;
-    if (!IsLevel(level)) return RejectLevel(shell, level);
-    return Output().Log(level, module, title, place.m_File, place.m_Function, place.m_Line, format,
-                        arguments);
+    if (place == nullptr) return Output().Log(level, module, title, format, arguments);
+    return Output().Log(level, module, title, place->m_File, place->m_Function, place->m_Line,
+                        format, arguments);
   });
 }
 
 #pragma GCC diagnostic pop
 
 int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-              const char* data, int length) {
+              const tagSourcePlace* place, const char* data, int length) {
   return Guarded([&]() -> int {
     if (data == nullptr || length < 1) return eResultInvalid;
     if (!IsLevel(level)) return RejectLevel(shell, level);
-    return Output().Logs(level, module, title, data, length);
-  });
-}
-
-int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-              const tagSourcePlace& place, const char* data, int length) {
-  return Guarded([&]() -> int {
-    if (data == nullptr || length < 1) return eResultInvalid;
-    if (!IsLevel(level)) return RejectLevel(shell, level);
-    return Output().Logs(level, module, title, place.m_File, place.m_Function, place.m_Line, data,
-                         length);
+    if (place == nullptr) return Output().Logs(level, module, title, data, length);
+    return Output().Logs(level, module, title, place->m_File, place->m_Function, place->m_Line,
+                         data, length);
   });
 }
 
 int EntryStateRegister(const char* module, const char* title, KelvikStateCallback callback,
                        void* context) {
-  return Guarded([&]() -> int {
+  return WhileAlive([&]() -> int {
     if (IsEmpty(module) || IsEmpty(title) || callback == nullptr) return eResultInvalid;
     return ModuleState().Register(module, title, callback, context);
   });
@@ -103,21 +86,21 @@ int EntryStateRegister(const char* module, const char* title, KelvikStateCallbac
 
 int EntrySetParamRegister(const char* module, const char* title, KelvikParamCallback callback,
                           void* context) {
-  return Guarded([&]() -> int {
+  return WhileAlive([&]() -> int {
     if (IsEmpty(module) || IsEmpty(title) || callback == nullptr) return eResultInvalid;
     return ModuleState().SetParamRegister(module, title, callback, context);
   });
 }
 
 int EntryStateUnregister(const char* module, const char* title) {
-  return Guarded([&]() -> int {
+  return WhileAlive([&]() -> int {
     if (IsEmpty(module) || IsEmpty(title)) return eResultInvalid;
     return ModuleState().Unregister(module, title);
   });
 }
 
 int EntrySetParamUnregister(const char* module, const char* title) {
-  return Guarded([&]() -> int {
+  return WhileAlive([&]() -> int {
     if (IsEmpty(module) || IsEmpty(title)) return eResultInvalid;
     return ModuleState().SetParamUnregister(module, title);
   });
@@ -133,7 +116,7 @@ int EntryRegisterModule(const tagShell& shell, const char* module, const char* v
 }
 
 int EntryUnregisterModule(const tagShell& shell, const char* module) {
-  return Guarded([&]() -> int {
+  return WhileAlive([&]() -> int {
     if (IsEmpty(module)) return Reject(shell, "module invalid");
     Context()->PopModuleName(module);
     return eResultSuccess;
@@ -148,7 +131,7 @@ int EntryInitialize() {
 }
 
 int EntrySetConfigFilePath(const tagShell& shell, const char* path) {
-  return Guarded([&]() -> int {
+  return WhileAlive([&]() -> int {
     if (IsEmpty(path)) return Reject(shell, "path invalid");
     Context()->SetConfigFilePath(path);
     return eResultSuccess;
@@ -156,7 +139,7 @@ int EntrySetConfigFilePath(const tagShell& shell, const char* path) {
 }
 
 int EntrySetLogFilePath(const tagShell& shell, const char* path) {
-  return Guarded([&]() -> int {
+  return WhileAlive([&]() -> int {
     if (IsEmpty(path)) return Reject(shell, "path invalid");
     Context()->SetLogFilePath(path);
     return eResultSuccess;
@@ -172,11 +155,12 @@ int EntryClearFileInfo() {
 }
 
 int EntryConsoleCreate(const char* address, unsigned int port) {
-  return Guarded([&]() -> int { return Console().Create(address, static_cast<uint16_t>(port)); });
+  return WhileAlive(
+      [&]() -> int { return Console().Create(address, static_cast<uint16_t>(port)); });
 }
 
 int EntryConsoleDestroy() {
-  return Guarded([]() -> int { return Console().Destroy(); });
+  return WhileAlive([]() -> int { return Console().Destroy(); });
 }
 
 }  // namespace Kelvik

@@ -32,23 +32,25 @@ inline int Sheltered(tBody body) {
   }
 }
 
-// The same, but not at all once the context has ended.
+// Runs body, which throws nothing, but not at all once the context has ended.
 template <class tBody>
-int Guarded(tBody body) {
-  return CGlobal::IsEnded() ? static_cast<int>(eResultFailure) : Sheltered(body);
+int WhileAlive(tBody body) {
+  return CGlobal::IsEnded() ? static_cast<int>(eResultFailure) : body();
 }
 
-// KLog and KLogV1. The caller ends arguments with va_end.
-int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-             const char* format, va_list arguments);
-int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-             const tagSourcePlace& place, const char* format, va_list arguments);
+// The same for a body that may throw.
+template <class tBody>
+int Guarded(tBody body) {
+  return WhileAlive([&]() -> int { return Sheltered(body); });
+}
 
-// KLogs and KLogsV1.
+// KLog and KLogV1; place is null for KLog. The caller ends arguments with va_end.
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const tagSourcePlace* place, const char* format, va_list arguments);
+
+// KLogs and KLogsV1; place is null for KLogs.
 int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-              const char* data, int length);
-int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-              const tagSourcePlace& place, const char* data, int length);
+              const tagSourcePlace* place, const char* data, int length);
 
 int EntryStateRegister(const char* module, const char* title, KelvikStateCallback callback,
                        void* context);

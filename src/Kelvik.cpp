@@ -39,7 +39,7 @@ KELVIK_UNGUARDED_FRAME int KLog(eLogLevel level, const char* module, const char*
   if (global == nullptr || !tagLevelGate::FindSettings(*global, module, settings)) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
+    const int result = Kelvik::EntryLog(kLogShell, level, module, title, nullptr, format, list);
     va_end(list);
     return result;
   }
@@ -61,7 +61,7 @@ KELVIK_UNGUARDED_FRAME int KLogV1(eLogLevel level, const char* module, const cha
   if (global == nullptr) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, place, format, list);
+    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, &place, format, list);
     va_end(list);
     return result;
   }
@@ -77,12 +77,13 @@ KELVIK_UNGUARDED_FRAME int KLogV1(eLogLevel level, const char* module, const cha
 }
 
 int KLogs(eLogLevel level, const char* module, const char* title, const char* data, int length) {
-  return Kelvik::EntryLogs(kLogsShell, level, module, title, data, length);
+  return Kelvik::EntryLogs(kLogsShell, level, module, title, nullptr, data, length);
 }
 
 int KLogsV1(eLogLevel level, const char* module, const char* title, const char* file,
             const char* func, int line, const char* data, int length) {
-  return Kelvik::EntryLogs(kLogsV1Shell, level, module, title, {file, func, line}, data, length);
+  const tagSourcePlace place = {file, func, line};
+  return Kelvik::EntryLogs(kLogsV1Shell, level, module, title, &place, data, length);
 }
 
 int ModuleStateRegister(const char* module, const char* title, KelvikStateCallback callback,

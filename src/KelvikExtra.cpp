@@ -53,7 +53,7 @@ uint32_t MonotonicMs() {
 }  // namespace
 
 int KelvikExtra_SetOverflow(eOverflowPolicy policy) {
-  return Kelvik::Guarded([&]() -> int { return Output().SetOverflow(policy); });
+  return Kelvik::WhileAlive([&]() -> int { return Output().SetOverflow(policy); });
 }
 
 int KelvikExtra_Flush(unsigned int timeoutMs, int toDisk) {
@@ -61,7 +61,7 @@ int KelvikExtra_Flush(unsigned int timeoutMs, int toDisk) {
 }
 
 int KelvikExtra_GetStatistics(tagKelvikStatistics* statistics, unsigned int size) {
-  return Kelvik::Guarded([&]() -> int {
+  return Kelvik::WhileAlive([&]() -> int {
     if (statistics == nullptr || size < kFirstStatisticsBytes) return eResultInvalid;
     tagKelvikStatistics own = {};
     Kelvik::CollectStatistics(own);
@@ -72,24 +72,24 @@ int KelvikExtra_GetStatistics(tagKelvikStatistics* statistics, unsigned int size
 }
 
 int KelvikExtra_RegisterStatistics(void) {
-  return Kelvik::Guarded([]() -> int {
+  return Kelvik::WhileAlive([]() -> int {
     return Kelvik::CGlobal::Instance()->GetModuleState().Register("Kelvik", "statistics",
                                                                   &Kelvik::ShowStatistics, nullptr);
   });
 }
 
 int KelvikExtra_InstallCrashFlush(void) {
-  return Kelvik::Guarded([]() -> int { return Kelvik::InstallCrashFlush(); });
+  return Kelvik::WhileAlive([]() -> int { return Kelvik::InstallCrashFlush(); });
 }
 
 int KelvikExtra_RestrictConsole(unsigned int flags) {
-  return Kelvik::Guarded(
+  return Kelvik::WhileAlive(
       [&]() -> int { return Kelvik::CGlobal::Instance()->GetConsole().Restrict(flags); });
 }
 
 int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* context),
                                     void* context) {
-  return Kelvik::Guarded([&]() -> int {
+  return Kelvik::WhileAlive([&]() -> int {
     Output().SetRotationCallback(callback, context);
     return eResultSuccess;
   });

@@ -41,7 +41,7 @@ KELVIK_UNGUARDED_FRAME int Kelvik_KLog(eLogLevel level, const char* module, cons
   if (global == nullptr || !tagLevelGate::FindSettings(*global, module, settings)) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
+    const int result = Kelvik::EntryLog(kLogShell, level, module, title, nullptr, format, list);
     va_end(list);
     return result;
   }
@@ -63,7 +63,7 @@ KELVIK_UNGUARDED_FRAME int Kelvik_KLogV1(eLogLevel level, const char* module, co
   if (global == nullptr) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, place, format, list);
+    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, &place, format, list);
     va_end(list);
     return result;
   }
@@ -80,12 +80,13 @@ KELVIK_UNGUARDED_FRAME int Kelvik_KLogV1(eLogLevel level, const char* module, co
 
 int Kelvik_KLogs(eLogLevel level, const char* module, const char* title, const char* data,
                  int length) {
-  return Kelvik::EntryLogs(kLogsShell, level, module, title, data, length);
+  return Kelvik::EntryLogs(kLogsShell, level, module, title, nullptr, data, length);
 }
 
 int Kelvik_KLogsV1(eLogLevel level, const char* module, const char* title, const char* file,
                    const char* func, int line, const char* data, int length) {
-  return Kelvik::EntryLogs(kLogsV1Shell, level, module, title, {file, func, line}, data, length);
+  const tagSourcePlace place = {file, func, line};
+  return Kelvik::EntryLogs(kLogsV1Shell, level, module, title, &place, data, length);
 }
 
 int Kelvik_ModuleStateRegister(const char* module, const char* title, KelvikStateCallback callback,
