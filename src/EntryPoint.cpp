@@ -51,8 +51,11 @@ CConsole& Console() {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
-int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-             const tagSourcePlace* place, const char* format, va_list list) {
+namespace {
+
+// place is null for a record that was made without one.
+int LogRecord(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+              const tagSourcePlace* place, const char* format, va_list list) {
   tagArguments arguments(list);
   return Guarded([&]() -> int {
     if (format == nullptr) return eResultInvalid;
@@ -61,6 +64,18 @@ int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const c
     return Output().Log(level, module, title, place->m_File, place->m_Function, place->m_Line,
                         format, arguments);
   });
+}
+
+}  // namespace
+
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const char* format, va_list list) {
+  return LogRecord(shell, level, module, title, nullptr, format, list);
+}
+
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const tagSourcePlace& place, const char* format, va_list list) {
+  return LogRecord(shell, level, module, title, &place, format, list);
 }
 
 #pragma GCC diagnostic pop

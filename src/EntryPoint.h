@@ -44,9 +44,11 @@ int Guarded(tBody body) {
   return WhileAlive([&]() -> int { return Sheltered(body); });
 }
 
-// KLog and KLogV1; place is null for KLog. The caller ends arguments with va_end.
+// KLog and KLogV1. The caller ends arguments with va_end.
 int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
-             const tagSourcePlace* place, const char* format, va_list arguments);
+             const char* format, va_list arguments);
+int EntryLog(const tagShell& shell, eLogLevel level, const char* module, const char* title,
+             const tagSourcePlace& place, const char* format, va_list arguments);
 
 // KLogs and KLogsV1; place is null for KLogs.
 int EntryLogs(const tagShell& shell, eLogLevel level, const char* module, const char* title,

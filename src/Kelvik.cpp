@@ -39,7 +39,7 @@ KELVIK_UNGUARDED_FRAME int KLog(eLogLevel level, const char* module, const char*
   if (global == nullptr || !tagLevelGate::FindSettings(*global, module, settings)) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogShell, level, module, title, nullptr, format, list);
+    const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
     va_end(list);
     return result;
   }
@@ -61,7 +61,7 @@ KELVIK_UNGUARDED_FRAME int KLogV1(eLogLevel level, const char* module, const cha
   if (global == nullptr) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, &place, format, list);
+    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, place, format, list);
     va_end(list);
     return result;
   }

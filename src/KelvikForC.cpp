@@ -41,7 +41,7 @@ KELVIK_UNGUARDED_FRAME int Kelvik_KLog(eLogLevel level, const char* module, cons
   if (global == nullptr || !tagLevelGate::FindSettings(*global, module, settings)) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogShell, level, module, title, nullptr, format, list);
+    const int result = Kelvik::EntryLog(kLogShell, level, module, title, format, list);
     va_end(list);
     return result;
   }
@@ -63,7 +63,7 @@ KELVIK_UNGUARDED_FRAME int Kelvik_KLogV1(eLogLevel level, const char* module, co
   if (global == nullptr) {
     va_list list;
     va_start(list, format);
-    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, &place, format, list);
+    const int result = Kelvik::EntryLog(kLogV1Shell, level, module, title, place, format, list);
     va_end(list);
     return result;
   }
