@@ -5,6 +5,7 @@
 #define KELVIK_INILINE_H_
 
 #include <cstddef>
+#include <cstdio>
 #include <limits>
 #include <list>
 #include <ostream>
@@ -169,7 +170,9 @@ template <typename T>
 inline void xini_keyvalue_t::set_nvalue(T number) {
   static_assert(std::is_integral<T>::value && std::is_signed<T>::value && sizeof(T) >= sizeof(int),
                 "values are written as signed numbers of int's width or more");
-  invk_set_value(std::to_string(number));
+  char text[24];  // holds the 20 characters of the least 64-bit number
+  std::snprintf(text, sizeof(text), "%lld", static_cast<long long>(number));
+  invk_set_value(text);
 }
 
 #endif  // KELVIK_INILINE_H_

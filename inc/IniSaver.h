@@ -211,7 +211,11 @@ inline bool xini_saver_t::must_write_in_place(int error) {
 inline std::string xini_saver_t::temp_path(const place_t& place, int number) {
   std::string ending = ".kelvik-tmp";
   if (number > 0) ending += static_cast<char>('0' + number);
-  return place.folder + '.' + place.name.substr(0, kMaxName - 1 - ending.size()) + ending;
+  std::string path = place.folder;
+  path += '.';
+  path.append(place.name, 0, kMaxName - 1 - ending.size());
+  path += ending;
+  return path;
 }
 
 // Removes a temporary file that nobody holds. False when there is none or it is in use.
