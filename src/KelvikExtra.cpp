@@ -4,17 +4,13 @@
 #include <cstddef>
 #include <cstring>
 #include <ctime>
-#include <exception>
 
-#include "Context.h"
 #include "CrashFlush.h"
 #include "EntryPoint.h"
 #include "Global.h"
 #include "Kelvik.h"
-#include "LevelGate.h"
 #include "LogPlace.h"
 #include "Output.h"
-#include "Relaxed.h"
 #include "Statistics.h"
 
 namespace {
@@ -34,20 +30,6 @@ uint32_t MonotonicMs() {
   timespec now = {};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<uint32_t>(now.tv_sec) * 1000 + static_cast<uint32_t>(now.tv_nsec) / 1000000;
-}
-
-// Where the gate of the records has not decided: see tagLevelGate.
-[[gnu::noinline]] int IsEnabledLongWay(int level, const char* module) {
-  // The level before the shift: only these have a bit that records go by.
-  if (level < eLogLevelDebug || level > eLogLevelFatal || Kelvik::CGlobal::IsEnded()) return 0;
-  try {
-    Kelvik::CGlobal* global = Kelvik::Context();
-    const Kelvik::tagAttribute* settings =
-        module == nullptr ? global->GetAttribute() : global->GetAttribute(module);
-    return Kelvik::RelaxedLoad(settings->m_LevelMask) >> level & 1;
-  } catch (const std::exception&) {
-    return 0;
-  }
 }
 
 }  // namespace
@@ -93,17 +75,6 @@ int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* con
     Output().SetRotationCallback(callback, context);
     return eResultSuccess;
   });
-}
-
-int KelvikExtra_IsEnabled(int level, const char* module) {
-  using Kelvik::tagLevelGate;
-  const auto known = static_cast<eLogLevel>(level);
-  const Kelvik::CGlobal* const global = tagLevelGate::Open(known, "");
-  const Kelvik::tagAttribute* settings;
-  if (global == nullptr || !tagLevelGate::FindSettings(*global, module, settings)) {
-    return IsEnabledLongWay(level, module);
-  }
-  return Kelvik::RelaxedLoad(settings->m_LevelMask) >> level & 1;
 }
 
 int KelvikExtra_IsNth(tagKelvikPlace* place, uint32_t n, char* note) {
