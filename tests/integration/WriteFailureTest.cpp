@@ -14,8 +14,10 @@
 #include <cstring>
 #include <thread>
 
+#include "KelvikExtra.h"
 #include "OutputTools.h"
 #include "PrintedText.h"
+#include "Relaxed.h"
 
 namespace Kelvik {
 namespace {
@@ -334,6 +336,39 @@ TEST(FullDisk, SmallOneIsClearedAgainAndAgain) {
     }
     EXPECT_TRUE(Succeeded(result));
   }
+}
+
+// The waiting record has looked at the disk before; one that comes late is refused all the same.
+CHILD_CASE(FullWhileARecordWaits) {
+  UseSize(args[0], 4096);
+  EXPECT_EQ(0, Initialize());
+  EXPECT_EQ(0, LogLine("kept"));
+  std::atomic<bool> isReady{false};
+  std::atomic<int> result{-1};
+  Output().m_BufferMutex.lock();
+  std::thread waiting([&] {
+    isReady = true;
+    result = LogLine("refused");
+  });
+  EXPECT_TRUE(WaitUntil([&] { return isReady.load(); }, 5000));
+  PauseMs(50);
+  EXPECT_EQ(-1, result.load());
+  RelaxedStore(Output().m_DiskFull, 1);
+  Output().m_BufferMutex.unlock();
+  waiting.join();
+  EXPECT_EQ(eResultInvalid, result.load());
+  tagKelvikStatistics statistics = {};
+  EXPECT_EQ(0, KelvikExtra_GetStatistics(&statistics, sizeof(statistics)));
+  EXPECT_EQ(1u, statistics.m_RecordsRefused);
+  RelaxedStore(Output().m_DiskFull, 0);
+  EXPECT_EQ(0, LogLine("goes on"));
+  EXPECT_EQ(0, WriteBufferContent2File());
+  ExpectTextSoon(args[1], "kept\ngoes on\n");
+  return 0;
+}
+
+TEST(FullDisk, RecordThatWaitedForTheBufferIsRefused) {
+  EXPECT_TRUE(RunCase("FullWhileARecordWaits"));
 }
 
 }  // namespace
