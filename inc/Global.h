@@ -141,7 +141,8 @@ class KELVIK_API CGlobal {
 
   tagAttribute m_Attribute;  // first: a pointer to the context is one to the global settings
   // Records and their delivery; the network console; the callbacks that operators reach. At the
-  // start of a cache line, m_BufferMutex and what changes with it share one line.
+  // start of a cache line, m_BufferMutex and the count of records under it share one on most
+  // targets.
   alignas(64) COutput m_Output;
   CConsole m_Console;
   CModuleState m_ModuleState;

@@ -37,7 +37,7 @@ class KELVIK_API CMutex {
   }
 
   // As lock(), for a mutex that is let go of within microseconds: where another core may do so
-  // meanwhile, the thread looks again for about ten microseconds before it sleeps.
+  // meanwhile, the thread looks again for some microseconds before it sleeps.
   int lockSpinning() {
     if (!__atomic_load_n(&m_Created, __ATOMIC_RELAXED)) return 1;
     return pthread_mutex_trylock(&m_Mutex) == 0 ? 0 : WaitSpinning();
@@ -58,7 +58,7 @@ class KELVIK_API CMutex {
   void AfterForkInChild();
 
  private:
-  int WaitSpinning() __attribute__((visibility("hidden")));
+  int WaitSpinning();
 
   pthread_mutex_t m_Mutex;
   pthread_mutexattr_t m_Attribute;  // lives as long as m_Mutex

@@ -1,6 +1,7 @@
 #include "Mutex.h"
 
 #include <sched.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -16,13 +17,21 @@ namespace {
 constexpr int kLooks = 20;
 constexpr int kPausesBetweenLooks = 32;  // of 10 to 50 ns each where the processor knows a pause
 
-int32_t s_HasOneCore = 0;
+bool s_HasOneCore = false;
 
+// The cores of the process's first thread stand for the process: a single worker may be bound to
+// one.
 void FindCores() {
+  const int callerErrno = errno;
   cpu_set_t cores;
   CPU_ZERO(&cores);
-  const bool isKnown = ::sched_getaffinity(0, sizeof(cores), &cores) == 0;
-  RelaxedStore(s_HasOneCore, isKnown && CPU_COUNT(&cores) == 1 ? 1 : 0);
+  // Where the kernel does not tell, the set stays empty.
+  static_cast<void>(::sched_getaffinity(::getpid(), sizeof(cores), &cores));
+  int count = 0;  // by hand: CPU_COUNT would import a function for this alone
+  for (int core = 0; core < CPU_SETSIZE; ++core)
+    count += CPU_ISSET(core, &cores) ? 1 : 0;
+  RelaxedStore(s_HasOneCore, count == 1);
+  errno = callerErrno;
 }
 
 inline void Pause() {
@@ -85,7 +94,7 @@ int CMutex::trylock() {
 }
 
 int CMutex::WaitSpinning() {
-  if (RelaxedLoad(s_HasOneCore) == 0) {
+  if (!RelaxedLoad(s_HasOneCore)) {
     for (int look = 0; look < kLooks; ++look) {
       for (int i = 0; i < kPausesBetweenLooks; ++i)
         Pause();
@@ -95,7 +104,7 @@ int CMutex::WaitSpinning() {
   return lock();
 }
 
-// The rest of a guard is inline: it stands on a record's road.
+// The rest of a guard is inline.
 CGuard::CGuard(const CGuard&) : m_Mutex(nullptr) {}
 
 // cppcheck-suppress operatorEqVarError ; nothing is taken from the other one
