@@ -130,7 +130,8 @@ KELVIK_API int KelvikExtra_RestrictConsole(unsigned int flags);
 
 // callback(path, context) is called after each rotation with the path of the finished file, which
 // lives as long as the call; on the writer thread or on one that logs, with no lock held, so it may
-// log. null: no callback any more; one that runs may still finish. Returns eResultSuccess.
+// log. It must not throw. null: no callback any more; one that runs may still finish. Returns
+// eResultSuccess.
 KELVIK_API int KelvikExtra_SetRotationCallback(void (*callback)(const char* path, void* context),
                                                void* context);
 

@@ -28,9 +28,12 @@ int RejectLevel(const tagShell& shell, eLogLevel level) {
   return eResultInvalid;
 }
 
+// A report is a record: on its way the program's rotation callback may be called, and throw.
 int Reject(const tagShell& shell, const char* message) {
-  ReportMessage(shell.m_Source, shell.m_Function, shell.m_Line, message);
-  return eResultInvalid;
+  return Sheltered([&]() -> int {
+    ReportMessage(shell.m_Source, shell.m_Function, shell.m_Line, message);
+    return eResultInvalid;
+  });
 }
 
 COutput& Output() {
@@ -170,8 +173,7 @@ int EntryClearFileInfo() {
 }
 
 int EntryConsoleCreate(const char* address, unsigned int port) {
-  return WhileAlive(
-      [&]() -> int { return Console().Create(address, static_cast<uint16_t>(port)); });
+  return Guarded([&]() -> int { return Console().Create(address, static_cast<uint16_t>(port)); });
 }
 
 int EntryConsoleDestroy() {

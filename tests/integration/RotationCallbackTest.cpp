@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,6 +71,30 @@ CHILD_CASE(TellOfBufferedFiles) {
 
 TEST(RotationCallback, IsToldByTheWriterThread) {
   EXPECT_TRUE(RunCase("TellOfBufferedFiles"));
+}
+
+// Whatever the callback throws does not reach a program in C.
+CHILD_CASE(ThrowFromTheCallback) {
+  UseSize(args.at(0), 0, 1, 10);  // each record is past the limit of its file
+  EXPECT_EQ(
+      0, KelvikExtra_SetRotationCallback(
+             [](const char*, void*) { throw std::runtime_error("from the callback"); }, nullptr));
+  LogNumber("a", 0);
+  EXPECT_EQ(1, LogNumber("a", 1));
+  EXPECT_EQ(1, SetLogFilePath(""));
+  EXPECT_EQ(1, SetConfigFilePath(nullptr));
+  EXPECT_EQ(1, UnregisterModule(""));
+  EXPECT_EQ(1, registerModule("", "V1"));
+  EXPECT_EQ(1, KLog(static_cast<eLogLevel>(9), "m", "t", "no such level"));
+  EXPECT_EQ(1, NetworkConsoleCreate("no address", 1));
+  EXPECT_EQ(0, KelvikExtra_SetRotationCallback(nullptr, nullptr));
+  EXPECT_EQ(3, SetLogFilePath(""));
+  EXPECT_EQ(0, LogNumber("a", 2));
+  return 0;
+}
+
+TEST(RotationCallback, ExceptionEndsTheCallWithAFailure) {
+  EXPECT_TRUE(RunCase("ThrowFromTheCallback"));
 }
 
 std::atomic<int> gCalls{0};
