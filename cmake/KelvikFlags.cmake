@@ -68,13 +68,25 @@ endif()
 if(KELVIK_PAGE_SIZE)
   list(APPEND KELVIK_SIZE_LINK_OPTIONS -Wl,-z,max-page-size=${KELVIK_PAGE_SIZE})
 endif()
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE MATCHES "^(MinSizeRel|Release)$"
-   AND NOT KELVIK_SANITIZE AND NOT KELVIK_COVERAGE)
-  set(whole ON)
+# Only the wish is kept: what AUTO means is found anew for another build type.
+set(KELVIK_WHOLE_LIBRARY AUTO CACHE STRING "Optimise libkelvik.so across its source files (gcc)")
+set_property(CACHE KELVIK_WHOLE_LIBRARY PROPERTY STRINGS AUTO ON OFF)
+if(KELVIK_WHOLE_LIBRARY STREQUAL "AUTO")
+  set(kelvik_whole_library OFF)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE MATCHES "^(MinSizeRel|Release)$"
+     AND NOT CMAKE_CONFIGURATION_TYPES AND NOT KELVIK_SANITIZE AND NOT KELVIK_COVERAGE)
+    set(CMAKE_REQUIRED_FLAGS "-flto -fno-fat-lto-objects")
+    set(CMAKE_REQUIRED_LINK_OPTIONS -flto=auto)
+    check_cxx_source_compiles("int main() {}" KELVIK_HAS_LTO)
+    unset(CMAKE_REQUIRED_FLAGS)
+    unset(CMAKE_REQUIRED_LINK_OPTIONS)
+    if(KELVIK_HAS_LTO)
+      set(kelvik_whole_library ON)
+    endif()
+  endif()
 else()
-  set(whole OFF)
+  set(kelvik_whole_library ${KELVIK_WHOLE_LIBRARY})
 endif()
-option(KELVIK_WHOLE_LIBRARY "Optimise libkelvik.so across its source files (gcc)" ${whole})
 
 # Sanitizers and coverage instrument everything, googletest included: a thread sanitizer that does
 # not see half of the program reports what is not there.
