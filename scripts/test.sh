@@ -122,7 +122,12 @@ memcheck_reports() {
   set -- build/memcheck/Testing/Temporary/memcheck.*.log
   [ -f "$1" ] || { echo "memcheck left no report"; return 1; }
   echo "memcheck watched $# processes"
-  reports=$(grep -l KELVIK-ERROR "$@") || return 0
+  reports=$(grep -l KELVIK-ERROR "$@")
+  case $? in
+    0) ;;
+    1) return 0 ;;
+    *) return 1 ;;
+  esac
   echo "memcheck found something:"
   for report in $reports; do
     echo "-- $report"
