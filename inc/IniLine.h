@@ -168,7 +168,8 @@ inline T xini_keyvalue_t::get_nvalue() const {
 
 template <typename T>
 inline void xini_keyvalue_t::set_nvalue(T number) {
-  static_assert(std::is_integral<T>::value && std::is_signed<T>::value && sizeof(T) >= sizeof(int),
+  static_assert(std::is_integral<T>::value && std::is_signed<T>::value &&
+                    sizeof(T) >= sizeof(int) && sizeof(T) <= sizeof(long long),
                 "values are written as signed numbers of int's width or more");
   char text[24];  // holds the 20 characters of the least 64-bit number
   std::snprintf(text, sizeof(text), "%lld", static_cast<long long>(number));
