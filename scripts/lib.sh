@@ -109,19 +109,34 @@ configure_and_build() {
   fi
 }
 
-# run_fuzzers SECONDS: every target of build/fuzz for so long, from its seeds. What it finds new goes
-# to build/fuzz/corpus, an input that fails to build/fuzz/found. Counts in fuzz_passed, fuzz_failed.
+# run_fuzzers SECONDS: every target of build/fuzz for so long, from its seeds, one on each core at a
+# time. What it finds new goes to build/fuzz/corpus, an input that fails to build/fuzz/found. Counts in
+# fuzz_passed, fuzz_failed.
 run_fuzzers() {
   fuzz_passed=0
   fuzz_failed=0
+  fuzz_running=
   mkdir -p build/fuzz/found
+  trap 'kill $(jobs -p) 2> /dev/null; exit 130' INT TERM
   while read -r target seeds; do
     name=$(basename "$target")
     mkdir -p "build/fuzz/corpus/$name"
-    if UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
       "$target" -max_total_time="$1" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -close_fd_mask=1 \
       -artifact_prefix="build/fuzz/found/$name-" "build/fuzz/corpus/$name" "$seeds" \
-      > "build/fuzz/$name.log" 2>&1 < /dev/null; then
+      > "build/fuzz/$name.log" 2>&1 < /dev/null &
+    fuzz_running="$fuzz_running $name:$!"
+    [ "$(echo "$fuzz_running" | wc -w)" -lt "$kelvik_cores" ] || settle_fuzzers "$1"
+  done < build/fuzz/fuzzers.txt
+  settle_fuzzers "$1"
+  trap - INT TERM
+}
+
+# Waits for the targets of fuzz_running and says how each of them ended.
+settle_fuzzers() {
+  for running in $fuzz_running; do
+    name=${running%:*}
+    if wait "${running#*:}"; then
       fuzz_passed=$((fuzz_passed + 1))
       runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "build/fuzz/$name.log")
       echo "$name: ${runs:-?} runs in $1 s, nothing found"
@@ -130,5 +145,6 @@ run_fuzzers() {
       tail -n 60 "build/fuzz/$name.log"
       echo "$name: FAILED, see build/fuzz/$name.log and build/fuzz/found"
     fi
-  done < build/fuzz/fuzzers.txt
+  done
+  fuzz_running=
 }

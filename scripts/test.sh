@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.." || exit 1
 slow_rounds=${KELVIK_ROUNDS:-8}
 export KELVIK_ROUNDS="${KELVIK_ROUNDS:-20}"
 fuzz_seconds=${KELVIK_FUZZ_SECONDS:-10}
-stages=${*:-format release asan tsan mipsel fuzz demo}
+stages=${*:-format lint release asan tsan mipsel fuzz demo}
 
 passed=0
 failed=0
