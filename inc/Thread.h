@@ -97,6 +97,9 @@ class KELVIK_API CThread {
   friend class CWorker;
 
   int Begin(IExecute* execute, int* code, int* error);
+  bool IsOfParent() const;
+  void ForgetParent();
+  void RenewLock();
   void Retire();
   void Clear();
   IExecute* NextExecutor(uint32_t generation);
@@ -108,7 +111,7 @@ class KELVIK_API CThread {
   pthread_t m_Handle;     // to be joined by whoever takes it; guarded by m_Lock
   uint32_t m_Generation;  // counts the runs; written under m_Lock, read without it as well
   uint32_t m_Leaving;     // workers that ended themselves and have not returned; guarded by m_Lock
-  pid_t m_ProcessId;      // the process the worker lives in; guarded by m_Lock
+  pid_t m_ProcessId;  // of the latest run, 0: none; written under m_Lock, read without it as well
   // Never held while joining, reporting or calling the executor. Initialised statically and thus
   // never destroyed: a worker that calls exit() may pass here after the destructor.
   mutable pthread_mutex_t m_Lock;

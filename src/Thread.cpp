@@ -103,7 +103,7 @@ CWorker::~CWorker() {
   t_Worker = nullptr;
   if (!m_Detached) return;
   CLock lock(&m_Thread->m_Lock);
-  --m_Thread->m_Leaving;
+  if (m_Thread->m_Leaving > 0) --m_Thread->m_Leaving;  // 0: forgotten after fork()
   pthread_cond_broadcast(&m_Thread->m_Gone);
 }
 
@@ -155,6 +155,7 @@ int CThread::Create(IExecute* execute) {
 
 // Create() without its reports. *code: what pthread_create returned; *error: the errno it left.
 int CThread::Begin(IExecute* execute, int* code, int* error) {
+  ForgetParent();
   CLock lock(&m_Lock);
   // The loop: while a worker is joined, another thread may begin a run, and that may end as well.
   while (!RelaxedLoad(m_Running) && IsThread(m_Handle)) {
@@ -164,7 +165,7 @@ int CThread::Begin(IExecute* execute, int* code, int* error) {
   m_Execute = execute;
   RelaxedStore(m_Running, true);
   RelaxedStore(m_Generation, m_Generation + 1);
-  m_ProcessId = getpid();
+  RelaxedStore(m_ProcessId, getpid());
   pthread_t handle{};
   *code = StartBlocked(&handle, &CThread::Thread, this, error);
   if (*code == 0 && IsThread(handle)) {
@@ -176,11 +177,11 @@ int CThread::Begin(IExecute* execute, int* code, int* error) {
 }
 
 int CThread::Destroy() {
+  ForgetParent();
   CLock lock(&m_Lock);
   RelaxedStore(m_Running, false);
   const uint32_t ended = m_Generation;
   Retire();
-  if (m_ProcessId != getpid()) m_Leaving = 0;  // after fork() they live in the parent alone
   // A worker that waited here for itself, or for one that waits for it, would wait for ever.
   while (m_Leaving > 0 && !IsCurrent()) {
     pthread_cond_wait(&m_Gone, &m_Lock);
@@ -204,7 +205,6 @@ void CThread::Retire() {
     }
     return;
   }
-  if (m_ProcessId != getpid()) return;  // after fork() there is no such thread to join
   pthread_mutex_unlock(&m_Lock);
   pthread_join(handle, nullptr);
   pthread_mutex_lock(&m_Lock);
@@ -218,10 +218,27 @@ void CThread::Clear() {
   m_Handle = pthread_t{};
 }
 
-void CThread::AfterForkInChild() {
+bool CThread::IsOfParent() const {
+  const pid_t process = RelaxedLoad(m_ProcessId);
+  return process != 0 && process != getpid();
+}
+
+// The first use in a child made by fork(): the lock may be held by a worker that lives in the
+// parent alone, and no worker is to be joined.
+void CThread::ForgetParent() {
+  if (IsOfParent()) RenewLock();
+}
+
+void CThread::RenewLock() {
   pthread_mutex_init(&m_Lock, nullptr);
   pthread_cond_init(&m_Gone, nullptr);
   m_Leaving = 0;
+  m_Handle = pthread_t{};
+  RelaxedStore(m_ProcessId, 0);
+}
+
+void CThread::AfterForkInChild() {
+  RenewLock();
   Clear();
 }
 
@@ -266,6 +283,7 @@ void CThread::EndRun(uint32_t generation) {
 }
 
 pthread_t CThread::GetHandle() const {
+  if (IsOfParent()) return pthread_t{};
   CLock lock(&m_Lock);
   return m_Handle;
 }

@@ -204,5 +204,28 @@ TEST(ThreadProcess, DestroyInAForkedChildLeavesTheParentsWorkerAlone) {
   EXPECT_TRUE(Succeeded(RunChild("DestroyAfterFork")));
 }
 
+// Between its tasks, which do nothing, the worker takes its object's lock all the time.
+CHILD_CASE(DestroyAfterForkAtAnyStep) {
+  CTask task([] { return 0; });
+  CThread thread("");
+  EXPECT_EQ(thread.Create(&task), eResultSuccess);
+  for (int round = 0; round < Rounds(); ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      if (pthread_equal(thread.GetHandle(), pthread_t{}) == 0) _exit(2);
+      _exit(thread.Destroy() == 0 && !thread.IsRunning() ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "round " << round;
+  }
+  EXPECT_TRUE(thread.IsRunning());
+  return 0;
+}
+
+TEST(ThreadProcess, DestroyInAForkedChildNeedsNoLockOfTheParentsWorker) {
+  EXPECT_TRUE(Succeeded(RunChild("DestroyAfterForkAtAnyStep")));
+}
+
 }  // namespace
 }  // namespace Kelvik
