@@ -12,9 +12,13 @@ dropped, a constant or an operator changed) and put before the programs of the u
 fault tests: first, and built alone, those whose names or #includes speak of the file, then the quick
 ones, then the slow. A test has noticed when it fails twice. A break that does not compile is drawn
 again. Prints a table line for each; exit code 0 when every break was noticed.
+
+Ended by a signal, it ends all that it started, mends the line and removes the folder. After SIGKILL a
+folder kelvik-breaks-* stays behind; the line that is broken in the copy of --copy the next start mends.
 """
 
 import argparse
+import ctypes
 import fnmatch
 import json
 import os
@@ -36,6 +40,10 @@ LIKELY_COUNT = 4  # tests that are built and asked first
 SHOWN_CHARACTERS = 64  # of a broken line in the table
 MEMORY_BYTES = 4 << 30  # free space that a build in memory takes
 FILE_BYTES = 8 << 30  # a broken loop shall not fill the disk; some tests make large holes
+LIBC = ctypes.CDLL(None)
+PR_SET_PDEATHSIG = 1  # of linux/prctl.h
+PR_SET_CHILD_SUBREAPER = 36
+ENDING = (signal.SIGTERM, signal.SIGINT, signal.SIGHUP)
 
 # What a line may be broken by: a name, what it matches, and what stands there afterwards.
 BREAKS = [
@@ -99,25 +107,59 @@ def rounds(pools, seed):
 
 
 def confine():
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
     hard = resource.getrlimit(resource.RLIMIT_FSIZE)[1]
     resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_BYTES, hard))  # tests change it themselves
 
 
+def children():
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            stat = pathlib.Path("/proc", pid, "stat").read_text(errors="replace")
+        except OSError:
+            continue  # it has gone
+        if int(stat.rpartition(")")[2].split()[1]) == os.getpid():
+            yield int(pid)
+
+
+def end_children():
+    """Kills all that was started. What tests start has sessions of its own, but becomes a child of this
+    process when its parent dies: so each child is killed until there is none."""
+    while True:
+        for child in children():
+            os.kill(child, signal.SIGKILL)
+        try:
+            os.waitpid(-1, 0)
+        except ChildProcessError:
+            return
+
+
+def end_on(number, _):
+    for other in ENDING:
+        signal.signal(other, signal.SIG_IGN)  # nothing shall interrupt the way out
+    end_children()
+    sys.exit(128 + number)
+
+
+def guard():
+    """What ends this script from outside ends all that it started; their orphans become its children."""
+    LIBC.prctl(PR_SET_CHILD_SUBREAPER, 1)
+    for number in ENDING:
+        if signal.getsignal(number) != signal.SIG_IGN:  # as nohup sets it
+            signal.signal(number, end_on)
+
+
 def run(command, folder, limit, **environment):
     """Its output and exit code, None after the limit. What it started is ended with it."""
-    child = subprocess.Popen(command, cwd=folder, text=True, errors="replace", start_new_session=True,
-                             env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
-                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, preexec_fn=confine)
     try:
+        child = subprocess.Popen(command, cwd=folder, text=True, errors="replace", start_new_session=True,
+                                 env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
+                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, preexec_fn=confine)
         output, _ = child.communicate(timeout=limit)
     except subprocess.TimeoutExpired:
         return None
     finally:
-        try:
-            os.killpg(child.pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
-        child.wait()
+        end_children()
     return subprocess.CompletedProcess(command, child.returncode, output)
 
 
@@ -228,6 +270,7 @@ def take_copy(tree):
     """The committed tree, where an earlier copy may stand."""
     if not tree.exists():
         subprocess.run(["git", "clone", "-q", str(ROOT), str(tree)], check=True)
+    # Takes a broken line back, too, that a killed run left.
     for command in ("fetch -q origin HEAD", "checkout -q --force --detach FETCH_HEAD"):
         subprocess.run(["git", *command.split()], cwd=tree, check=True)
 
@@ -244,9 +287,11 @@ def break_next(suite, path, pool):
     lines = text.splitlines(keepends=True)
     while pool:
         number, kind, broken = pool.pop(0)
-        path.write_text("".join([*lines[:number], broken + "\n", *lines[number + 1:]]))
-        by = suite.caught_by(path)
-        path.write_text(text)
+        try:
+            path.write_text("".join([*lines[:number], broken + "\n", *lines[number + 1:]]))
+            by = suite.caught_by(path)
+        finally:
+            path.write_text(text)
         if by is not False:
             return number + 1, lines[number].strip(), kind, broken.strip(), by
     return None
@@ -293,7 +338,7 @@ def parse_options():
 
 def main():
     options = parse_options()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))  # the copy goes away then, too
+    guard()
     with tempfile.TemporaryDirectory(prefix="kelvik-breaks-", dir=temporary_root()) as folder:
         os.chmod(folder, 0o755)  # tests that act as another user come this way
         tree = pathlib.Path(options.copy or folder).resolve() / "tree"
