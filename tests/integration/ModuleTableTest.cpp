@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -178,6 +179,33 @@ std::string ModuleName(int number) {
   char name[32];
   std::snprintf(name, sizeof(name), "module-%03d", number * 77 % 200);  // in no order
   return name;
+}
+
+// The processor time of lookups of two names in turn, which stand at one address.
+std::clock_t LookupTime(const std::string& one, const std::string& other) {
+  char field[64];
+  const std::clock_t start = std::clock();
+  for (int i = 0; i < 500; ++i) {
+    const std::string& name = i % 2 == 0 ? one : other;
+    std::memcpy(field, name.c_str(), name.size() + 1);
+    EXPECT_EQ(&Global(), Context().GetAttribute(field)) << field;
+  }
+  return std::clock() - start;
+}
+
+CHILD_CASE(LookupTime) {
+  for (int i = 0; i < 200; ++i)
+    EXPECT_EQ(0, Context().InsertModuleName(ModuleName(i).c_str(), nullptr));
+  LookupTime("socket", "thread");
+  const std::clock_t known = LookupTime("socket", "thread");
+  // Too long to be kept: these are looked for among all modules every time.
+  const std::clock_t walked = LookupTime(std::string(30, 's'), std::string(30, 't'));
+  EXPECT_LT(known * 4, walked);
+  return 0;
+}
+
+TEST(ModuleTable, NameThatWasAskedForIsFoundAgainWithoutAWalkThroughTheModules) {
+  EXPECT_TRUE(Passes("LookupTime", {}, 20000));
 }
 
 CHILD_CASE(RegisterBesideLogging) {
