@@ -20,6 +20,23 @@
 #include "RecordTools.h"
 #include "TempDir.h"
 
+namespace {
+
+bool gFailDup = false;
+
+}  // namespace
+
+extern "C" {
+
+int __real_dup2(int fd, int target);
+int __wrap_dup2(int fd, int target) {
+  if (!gFailDup) return __real_dup2(fd, target);
+  errno = EBUSY;
+  return -1;
+}
+
+}  // extern "C"
+
 namespace Kelvik {
 namespace {
 
@@ -148,6 +165,26 @@ CHILD_CASE(PlainFile) {
 
 TEST(Redirect, AnythingThatOpensForReadingAndWritingIsADevice) {
   EXPECT_TRUE(Passes("PlainFile"));
+}
+
+CHILD_CASE(DupFails) {
+  CPseudoTerminal device;
+  UseBareRecords();
+  EXPECT_EQ(0, Redirect("/dev/null"));
+  EXPECT_EQ(STDOUT_FILENO, Engine().m_TerminalFd);
+  const int descriptors = OpenDescriptors();
+  gFailDup = true;
+  EXPECT_EQ(0, Redirect(device.Path())) << "it is not noticed";
+  gFailDup = false;
+  EXPECT_EQ(-1, Engine().m_TerminalFd) << "nothing is recovered from here on";
+  EXPECT_EQ(descriptors, OpenDescriptors());
+  EXPECT_TRUE(IsSameFile(STDOUT_FILENO, "/dev/null"));
+  EXPECT_EQ("", device.Take());
+  return 0;
+}
+
+TEST(Redirect, DeviceThatCannotTakeThePlaceOfStandardOutputLeavesItAlone) {
+  EXPECT_TRUE(Passes("DupFails"));
 }
 
 // --- How it is opened ---
@@ -344,6 +381,25 @@ TEST(Redirect, OutputThatWasNotRedirectedIsNotRecovered) {
   EXPECT_TRUE(Passes("NeverRedirected"));
 }
 
+CHILD_CASE(OtherError) {
+  CPseudoTerminal start;
+  EXPECT_EQ(STDIN_FILENO, dup2(start.Slave(), STDIN_FILENO));
+  UseBareRecords();
+  EXPECT_EQ(0, Redirect("/dev/full"));
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(0, LogList(4, "net", nullptr, "no room\n"));
+    EXPECT_EQ(0, Engine().Logs(Level(4), "net", nullptr, "no room\n", 8));
+  }
+  EXPECT_TRUE(IsSameFile(STDOUT_FILENO, "/dev/full"));
+  EXPECT_EQ(STDOUT_FILENO, Engine().m_TerminalFd);
+  EXPECT_EQ("", start.Take());
+  return 0;
+}
+
+TEST(Redirect, DeviceWithAnotherErrorIsKept) {
+  EXPECT_TRUE(Passes("OtherError"));
+}
+
 CHILD_CASE(LostBesideThreads) {
   CPseudoTerminal start;
   EXPECT_EQ(STDIN_FILENO, dup2(start.Slave(), STDIN_FILENO));
@@ -411,6 +467,19 @@ TEST(Redirect, DeviceChangesBesideThreadsThatLog) {
 }
 
 // --- The end ---
+
+CHILD_CASE(DestroyCloses) {
+  COutput engine;
+  const int terminal = engine.m_TerminalFd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  EXPECT_EQ(0, engine.Destroy());
+  EXPECT_EQ(-1, engine.m_TerminalFd);
+  EXPECT_EQ(-1, fcntl(terminal, F_GETFD));
+  return 0;
+}
+
+TEST(Redirect, EndOfTheEngineClosesItsDescriptor) {
+  EXPECT_TRUE(Passes("DestroyCloses"));
+}
 
 CHILD_CASE(AtTheEnd) {
   UseBareRecords();

@@ -74,6 +74,37 @@ TEST(TimeRotation, BatchThatWaitedGoesToTheOldFileAndAloneMakesItRotate) {
   EXPECT_TRUE(RunCase("BufferedTwoFiles"));
 }
 
+CHILD_CASE(Interval) {
+  CFakeClock clock(kNoon);
+  UseTime(args[0], 4096, 1000);
+  SetIntervalMs(1000);
+  // The interval counts from the first record on, without a writer here.
+  EXPECT_EQ(0, LogLine("a"));
+  EXPECT_EQ(Output().GetTickCount(), Output().m_LastFlushTime);
+  clock.AdvanceMs(999);
+  EXPECT_EQ(0, LogLine("b"));
+  EXPECT_EQ(0, Output().m_BackLength);
+  clock.AdvanceMs(1);
+  EXPECT_EQ(0, LogLine("c"));
+  EXPECT_EQ(4, Output().m_BackLength);
+  EXPECT_EQ(2, Output().m_FrontLength);
+  // And then from the write of a batch, which a direct one is not.
+  clock.AdvanceMs(500);
+  EXPECT_EQ(0, Output().WriteLogByTime(nullptr, 0));
+  const uint32_t written = Output().m_LastFlushTime;
+  EXPECT_EQ(Output().GetTickCount(), written);
+  clock.AdvanceMs(10);
+  EXPECT_EQ(0, Output().WriteLogByTime("direct\n", 7));
+  EXPECT_EQ(written, Output().m_LastFlushTime);
+  EXPECT_EQ(7, Output().m_FileSize) << "the direct record alone counts";
+  EXPECT_THAT(Contents(args[1]), ElementsAre("20240315120000.log:a b direct "));
+  return 0;
+}
+
+TEST(TimeRotation, IntervalCountsFromTheFirstRecordAndThenFromTheLastBatch) {
+  EXPECT_TRUE(RunCase("Interval"));
+}
+
 // --- Changes of the mode ---
 
 // args[2] and args[3]: the maximum size before and after, 0 for rotation by time.

@@ -116,6 +116,32 @@ TEST(WriteFailure, ClosingFormReportsUnderItsOwnName) {
   EXPECT_TRUE(RunCase("LostClosingForm"));
 }
 
+CHILD_CASE(LostByTime) {
+  CPrintedText printed;
+  UseSize(args[0], 0, 0);
+  COutput& output = Output();
+  const bool isClosing = args[2] == "WriteLogByTimeV1";
+  const auto write = [&](const char* text) {
+    const auto length = static_cast<int>(std::strlen(text));
+    return isClosing ? output.WriteLogByTimeV1(text, length) : output.WriteLogByTime(text, length);
+  };
+  EXPECT_EQ(0, write("a\n"));
+  SwitchTerminal(true);
+  EXPECT_EQ(0, close(output.m_CurrentFd));
+  EXPECT_EQ(1, write("lost\n"));
+  const std::string text = printed.Take();
+  EXPECT_THAT(text, HasSubstr("[Kelvik][Internal] Output " + args[2] + " "));
+  EXPECT_THAT(text, HasSubstr(kAttempt));
+  EXPECT_EQ(0, write("b\n")) << "it is opened again";
+  EXPECT_EQ("a\nb\n", AllText(args[1]));
+  return 0;
+}
+
+TEST(WriteFailure, TimeWritersReportUnderTheirOwnNames) {
+  EXPECT_TRUE(RunCase("LostByTime", {"WriteLogByTime"}));
+  EXPECT_TRUE(RunCase("LostByTime", {"WriteLogByTimeV1"}));
+}
+
 CHILD_CASE(StopWhileLost) {
   UseSize(args[0], 4096);
   EXPECT_EQ(0, Initialize());
@@ -264,6 +290,50 @@ CHILD_CASE(FullDevice) {
 
 TEST(FullDisk, FilesAreClearedAndOneFewerIsKeptDownToOne) {
   EXPECT_TRUE(RunCase("FullDevice"));
+}
+
+// Batches of the time writer; args[2]: "closing" for the form that closes its file.
+CHILD_CASE(FullByTime) {
+  UseSize(args[0], 4096, 0, 3);
+  CGlobal::Instance()->SetLogMaxDuration(1000);
+  COutput& output = Output();
+  const auto write = [&](const char* text) {
+    EXPECT_EQ(0, LogLine(text));
+    EXPECT_EQ(0, WriteBufferContent2File());
+    return args[2] == "closing" ? output.WriteLogByTimeV1(nullptr, 0)
+                                : output.WriteLogByTime(nullptr, 0);
+  };
+  for (const uint32_t left : {2u, 1u, 1u}) {
+    EXPECT_EQ(0, output.WriteLogByTime("direct\n", 7));  // leaves the file open
+    Replace(open("/dev/full", O_WRONLY));
+    EXPECT_EQ(1, write("lost"));
+    EXPECT_THAT(ListFolder(args[1]), IsEmpty());
+    EXPECT_EQ(left, Count());
+    EXPECT_EQ(0, output.m_DiskFull);
+    EXPECT_EQ(0, output.m_BackLength);
+    EXPECT_EQ(-1, output.m_CurrentFd);
+    EXPECT_EQ(0, write("on"));
+    EXPECT_EQ("on\n", AllText(args[1]));
+  }
+  // Any other error costs the batch alone.
+  EXPECT_EQ(0, output.WriteLogByTime("direct\n", 7));
+  signal(SIGPIPE, SIG_IGN);
+  int ends[2];
+  EXPECT_EQ(0, pipe(ends));
+  close(ends[0]);
+  Replace(ends[1]);
+  EXPECT_EQ(1, write("lost"));
+  EXPECT_EQ(0, output.m_BackLength);
+  EXPECT_EQ(args[2] == "closing", output.m_CurrentFd == -1) << "closed after a failure too";
+  EXPECT_EQ(0, output.CloseFile());
+  EXPECT_EQ(0, write("again"));
+  EXPECT_EQ("on\ndirect\nagain\n", AllText(args[1]));
+  return 0;
+}
+
+TEST(FullDisk, TimeWriterClearsTheFilesAndGoesOn) {
+  EXPECT_TRUE(RunCase("FullByTime", {"keeping"}));
+  EXPECT_TRUE(RunCase("FullByTime", {"closing"}));
 }
 
 CHILD_CASE(FullInWriter) {

@@ -34,6 +34,9 @@ bool gFailCondition = false;
 int gLiveMutexes = 0;
 int gWaitCode = 0;  // not 0: what the condition variable's waits return at once
 
+// Not null: takes the place of the condition variable's waits.
+int (*gWait)(pthread_mutex_t* mutex, const timespec* deadline) = nullptr;
+
 }  // namespace
 
 extern "C" {
@@ -62,11 +65,13 @@ int KELVIK_REAL_TIMEDWAIT(pthread_cond_t* condition, pthread_mutex_t* mutex,
                           const timespec* deadline);
 
 int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  if (gWait != nullptr) return gWait(mutex, nullptr);
   return gWaitCode != 0 ? gWaitCode : __real_pthread_cond_wait(condition, mutex);
 }
 
 int KELVIK_WRAP_TIMEDWAIT(pthread_cond_t* condition, pthread_mutex_t* mutex,
                           const timespec* deadline) {
+  if (gWait != nullptr) return gWait(mutex, deadline);
   return gWaitCode != 0 ? gWaitCode : KELVIK_REAL_TIMEDWAIT(condition, mutex, deadline);
 }
 
@@ -215,6 +220,60 @@ TEST(Signal, WaitThatTheSystemRefusesIsAFailure) {
   // Nobody is left inside, and the mutex was given back.
   EXPECT_EQ(signal.signal(), eResultSuccess);
   EXPECT_EQ(signal.wait(0), eResultSuccess);
+}
+
+// The wake-ups left before a spurious waiter is told what it waits for, and the deadlines it gave.
+int gWakeUps = 0;
+std::vector<timespec> gDeadlines;
+CSignal* gSignalled = nullptr;
+
+// Wakes up for nothing, and at last signals (no limit) or says that the time has passed.
+int WakeUpForNothing(pthread_mutex_t* mutex, const timespec* deadline) {
+  if (deadline != nullptr) gDeadlines.push_back(*deadline);
+  if (gWakeUps-- > 0) return 0;
+  if (deadline != nullptr) return ETIMEDOUT;
+  pthread_mutex_unlock(mutex);
+  gSignalled->signal();
+  pthread_mutex_lock(mutex);
+  return 0;
+}
+
+TEST(Signal, WakeUpForNothingWaitsOnUntilTheSameDeadline) {
+  CCreatedSignal signal;
+  gSignalled = &signal;
+  gDeadlines.clear();
+  gWait = &WakeUpForNothing;
+  gWakeUps = 3;
+  const int timed = signal.wait(50);
+  gWakeUps = 3;
+  const int endless = signal.wait(CSignal::kForever);
+  gWait = nullptr;
+  EXPECT_EQ(timed, eResultBusy);
+  EXPECT_EQ(endless, eResultSuccess);
+  ASSERT_EQ(gDeadlines.size(), 4u);
+  for (const timespec& deadline : gDeadlines) {
+    EXPECT_EQ(deadline.tv_sec, gDeadlines[0].tv_sec);
+    EXPECT_EQ(deadline.tv_nsec, gDeadlines[0].tv_nsec);
+  }
+}
+
+// A signal comes in the moment in which the time has passed.
+int SignalAndTimeOut(pthread_mutex_t* mutex, const timespec* /*deadline*/) {
+  pthread_mutex_unlock(mutex);
+  gSignalled->signal();
+  pthread_mutex_lock(mutex);
+  return ETIMEDOUT;
+}
+
+TEST(Signal, TimeThatHasPassedCountsBeforeALateSignalWhichStaysPending) {
+  CCreatedSignal signal;
+  gSignalled = &signal;
+  gWait = &SignalAndTimeOut;
+  const int result = signal.wait(5);
+  gWait = nullptr;
+  EXPECT_EQ(result, eResultBusy);
+  EXPECT_EQ(signal.wait(0), eResultSuccess);
+  EXPECT_EQ(signal.wait(0), eResultBusy);
 }
 
 TEST(Signal, CopyIsNotCreatedAndAssignmentChangesNothing) {

@@ -24,8 +24,10 @@
 
 namespace {
 
+constexpr int kNoHandle = -1;
+
 // What the library's pthread_create does instead of making a thread: it returns gCreateCode and
-// leaves gCreateErrno. 0: it makes one.
+// leaves gCreateErrno. 0: it makes one. kNoHandle: it returns 0 with a handle of zeros.
 int gCreateCode = 0;
 int gCreateErrno = 0;
 
@@ -39,8 +41,12 @@ int __real_pthread_create(pthread_t* handle, const pthread_attr_t* attribute,
 int __wrap_pthread_create(pthread_t* handle, const pthread_attr_t* attribute,
                           void* (*routine)(void*), void* argument) {
   if (gCreateCode == 0) return __real_pthread_create(handle, attribute, routine, argument);
-  memset(handle, 0x5A, sizeof(*handle));  // what a refused call leaves there is anyone's guess
   errno = gCreateErrno;
+  if (gCreateCode == kNoHandle) {
+    *handle = pthread_t{};
+    return 0;
+  }
+  memset(handle, 0x5A, sizeof(*handle));  // what a refused call leaves there is anyone's guess
   return gCreateCode;
 }
 
@@ -111,6 +117,7 @@ TEST(ThreadProcess, FailedCreateIsReportedByItsErrnoAndItsCode) {
       {ENOMEM, EAGAIN, "115 pthread_create failed with ENOMEM (no memeory to create thread)\n\n"},
       {EPERM, EPERM, "118 result : 1\n"},
       {77, EIO, "118 result : 77\n"},
+      {kNoHandle, EIO, "118 result : 0\n"},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.m_Code);

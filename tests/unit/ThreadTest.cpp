@@ -86,6 +86,7 @@ TEST(Thread, AnyOtherResultEndsTheRunAfterOneCall) {
     ASSERT_TRUE(WaitUntil([&] { return !thread.IsRunning(); }, kLimitMs));
     EXPECT_FALSE(IsNone(thread.GetHandle()));
     EXPECT_EQ(gJoins, 0);
+    EXPECT_EQ(CThread::ThreadRun(&thread), eResultSuccess);  // the loop has ended
     EXPECT_EQ(thread.Destroy(), eResultSuccess);
     EXPECT_EQ(gJoins, 1);
     EXPECT_EQ(task.m_Calls, 1);
