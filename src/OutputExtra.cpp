@@ -246,6 +246,7 @@ void COutput::AfterForkInChild() {
   m_BackLength = 0;
   m_BackRecords = 0;
   m_Stopping = 0;
+  m_DiskFull = 0;  // the thread that was about to clear the files lives in the parent alone
   m_WakeWanted = 0;
   m_Writing = 0;
   m_FinishedCount = 0;

@@ -15,6 +15,7 @@
 
 #include "ConsoleClient.h"
 #include "LossTools.h"
+#include "Relaxed.h"
 
 namespace Kelvik {
 namespace {
@@ -328,6 +329,39 @@ CHILD_CASE(ForkWhileTextWaits) {
 TEST(Fork, TextThatFileOutputKeepsWaitingStaysWithTheParent) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
   EXPECT_TRUE(RunFork("ForkWhileTextWaits"));
+}
+
+// The writer has met a full disk and waits for the buffer's lock to clear the files, while this
+// thread, which holds it, forks.
+CHILD_CASE(ForkOnAFullDisk) {
+  UseSize(args.at(0), 4096, kHugeFile);
+  EXPECT_EQ(0, Initialize());
+  LogNumbers("early", 1);
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
+  COutput& output = Output();
+  CGuard hold(&output.m_BufferMutex);
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  EXPECT_EQ(output.m_CurrentFd, dup2(full, output.m_CurrentFd));
+  LogNumbers("lost", 1);
+  EXPECT_EQ(0, WriteBufferContent2File());
+  EXPECT_TRUE(WaitUntil([&] { return RelaxedLoad(output.m_DiskFull) == 1; }, kLimitMs));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    // It meets the full disk itself, clears the files and goes on.
+    LogNumbers("child", 1);
+    if (KelvikExtra_Flush(kLimitMs, 0) != 1) _exit(12);
+    LogNumbers("child", 1);
+    _exit(KelvikExtra_Flush(kLimitMs, 0) == 0 ? 0 : 13);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  EXPECT_EQ(NumberLine("child", 0) + "\n", AllText(args.at(1)));
+  return 0;
+}
+
+TEST(Fork, ChildLogsThoughTheParentWasClearingAFullDisk) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
+  EXPECT_TRUE(RunFork("ForkOnAFullDisk"));
 }
 
 // Other threads hold every lock of the library in turn while this one forks.
