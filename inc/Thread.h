@@ -55,10 +55,11 @@ class KELVIK_API CThread {
   // eResultUnavailable when the system gives no thread (reported; the object is idle then).
   int Create(IExecute* execute);
 
-  // Ends the run and returns once no worker is left. It does not wake a worker that blocks inside
-  // RunTask: it waits until RunTask returns. Called on a worker of this object it does not wait for
-  // that worker, which ends when its RunTask returns; Create() may be called at once. In a child
-  // made by fork(), where no worker exists, it only clears the fields. Returns eResultSuccess.
+  // Ends the run and returns once no worker is left but those that other threads' calls wait for at
+  // this moment. It does not wake a worker that blocks inside RunTask: it waits until RunTask
+  // returns. Called on a worker of this object it does not wait for that worker, which ends when
+  // its RunTask returns; Create() may be called at once. In a child made by fork(), where no worker
+  // exists, it only clears the fields. Returns eResultSuccess.
   int Destroy();
 
   // The start routine: argument is the CThread. Returns null.
