@@ -113,8 +113,8 @@ struct tagFileSettings {
   std::string m_FileNames[kSlotCount];
 };
 
-// One caller of ConfigFileInitialize at a time; the next one waits for its end, but not in a child
-// made by fork() for one that lives in the parent alone.
+// One caller of ConfigFileInitialize reads at a time; the next one waits until the settings are in
+// place, but not in a child made by fork() for one that lives in the parent alone.
 pthread_mutex_t s_InitializeMutex = PTHREAD_MUTEX_INITIALIZER;
 
 void FreeInitializeInChild() {
@@ -247,38 +247,41 @@ void WriteModule(xini_section_t& section, const tagAttribute& record) {
 }  // namespace
 
 int CGlobal::ConfigFileInitialize() {
-  const CInitializeGuard guard;
-  if (RelaxedLoad(s_ConfigLoaded)) return eResultInvalid;
-  char path[kConfigPathBytes];
-  GetConfigFilePath(path);
   int result = eResultInvalid;
-  if (path[0] != '\0') {
-    tagAttribute current;
-    CopyAttribute(current);
-    const int count = static_cast<int>(current.m_LogMaxCount);
-    tagFileSettings settings;
-    result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
-      ReadSettings(*this, document, count, settings);
-    });
-    if (result == eResultSuccess) {
-      ApplySwitches(m_Attribute, settings.m_Switches);
-      for (size_t i = 0; i < kWordCount; ++i) {
-        if (settings.m_Words[i] == kKeep) continue;
-        // Modulo 2^32: the file's numbers have no bounds of their own.
-        StoreWord(kWords[i].m_Offset,
-                  static_cast<uint32_t>(settings.m_Words[i]) * kWords[i].m_Scale);
+  {
+    const CInitializeGuard guard;
+    if (RelaxedLoad(s_ConfigLoaded)) return eResultInvalid;
+    char path[kConfigPathBytes];
+    GetConfigFilePath(path);
+    if (path[0] != '\0') {
+      tagAttribute current;
+      CopyAttribute(current);
+      const int count = static_cast<int>(current.m_LogMaxCount);
+      tagFileSettings settings;
+      result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+        ReadSettings(*this, document, count, settings);
+      });
+      if (result == eResultSuccess) {
+        ApplySwitches(m_Attribute, settings.m_Switches);
+        for (size_t i = 0; i < kWordCount; ++i) {
+          if (settings.m_Words[i] == kKeep) continue;
+          // Modulo 2^32: the file's numbers have no bounds of their own.
+          StoreWord(kWords[i].m_Offset,
+                    static_cast<uint32_t>(settings.m_Words[i]) * kWords[i].m_Scale);
+        }
+        ApplyLevels(m_Attribute.m_LevelMask, settings.m_Levels);
+        if (settings.m_Overflow != kKeep) {
+          m_Output.SetOverflow(static_cast<eOverflowPolicy>(settings.m_Overflow));
+        }
+        if (!settings.m_LogPath.empty()) SetLogPath(settings.m_LogPath.c_str());
+        const int read = settings.m_Words[kCountWord];
+        RestoreRing(m_Output, settings, read == kKeep ? count : read);
       }
-      ApplyLevels(m_Attribute.m_LevelMask, settings.m_Levels);
-      if (settings.m_Overflow != kKeep) {
-        m_Output.SetOverflow(static_cast<eOverflowPolicy>(settings.m_Overflow));
-      }
-      if (!settings.m_LogPath.empty()) SetLogPath(settings.m_LogPath.c_str());
-      const int read = settings.m_Words[kCountWord];
-      RestoreRing(m_Output, settings, read == kKeep ? count : read);
     }
+    RelaxedStore(s_ConfigLoaded, true);
   }
+  // With no lock held: what a start reports may be a record that calls the program back.
   m_Output.Start();
-  RelaxedStore(s_ConfigLoaded, true);
   return result;
 }
 

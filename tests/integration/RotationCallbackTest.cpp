@@ -128,5 +128,31 @@ TEST(RotationCallback, HoldsNoLock) {
   EXPECT_TRUE(RunCase("LogFromTheCallback"));
 }
 
+// What Initialize reports of a writer that runs already ends a file, and so calls back.
+CHILD_CASE(InitializeFromTheCallback) {
+  UseSize(args.at(0), 0, 1, 10);  // each record is past the limit of its file
+  EXPECT_EQ(0, Output().Start());
+  LogNumber("a", 0);
+  const auto again = [](const char*, void* isThrowing) {
+    gCalls.fetch_add(1);
+    EXPECT_EQ(0, Initialize());
+    std::thread other([] { EXPECT_EQ(3, CGlobal::Instance()->ConfigFileInitialize()); });
+    other.join();
+    if (isThrowing != nullptr) throw std::runtime_error("from the callback");
+  };
+  const bool isThrowing = args.at(2) == "throws";
+  EXPECT_EQ(0, KelvikExtra_SetRotationCallback(again, isThrowing ? &gCalls : nullptr));
+  EXPECT_EQ(isThrowing ? 1 : 0, Initialize());
+  EXPECT_EQ(1, gCalls);
+  EXPECT_EQ(3, CGlobal::Instance()->ConfigFileInitialize()) << "it has run";
+  EXPECT_EQ(1, gCalls);
+  return 0;
+}
+
+TEST(RotationCallback, FindsNoInitializeUnderWay) {
+  EXPECT_TRUE(RunCase("InitializeFromTheCallback", {"returns"}));
+  EXPECT_TRUE(RunCase("InitializeFromTheCallback", {"throws"}));
+}
+
 }  // namespace
 }  // namespace Kelvik
