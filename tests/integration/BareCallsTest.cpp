@@ -5,7 +5,9 @@
 #include <signal.h>
 #include <sys/time.h>
 
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -86,6 +88,25 @@ CHILD_CASE(FirstOfAll) {
 TEST(BareCalls, FirstCallOfAllIsLoggedWithItsPlace) {
   for (const char* form : {"formatted", "raw"})
     EXPECT_TRUE(RunCase("FirstOfAll", {form})) << form;
+}
+
+// Making the context asks for the terminal, which is none here.
+CHILD_CASE(FirstOfAllErrno) {
+  CPrintedText printed;
+  const std::string format = "%d %m\n";  // no literal: not every compiler knows %m
+  errno = ENOSPC;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  EXPECT_EQ(0, KLog(eLogLevelError, "net", "rx", format.c_str(), 5));
+#pragma GCC diagnostic pop
+  EXPECT_EQ(ENOSPC, errno) << "left as it was";
+  const std::string text = printed.Take();
+  EXPECT_NE(std::string::npos, text.find("5 " + std::string(std::strerror(ENOSPC)))) << text;
+  return 0;
+}
+
+TEST(BareCalls, FirstCallOfAllIsAboutTheCallersErrno) {
+  EXPECT_TRUE(RunCase("FirstOfAllErrno"));
 }
 
 volatile sig_atomic_t gAlarms = 0;

@@ -141,6 +141,63 @@ INSTANTIATE_TEST_SUITE_P(
         // Settings of another section do not count.
         tagReadCase{"[Globals]\nOutputFile=1", {}}));
 
+// args: configuration path. Settings of the program's own stand before the file is read.
+CHILD_CASE(LoadOverOwnSettings) {
+  CGlobal& context = *CGlobal::Instance();
+  tagAttribute& attribute = *context.GetAttribute();
+  attribute.m_OutputConsole = 0;
+  attribute.m_OutputSystem = 1;
+  attribute.m_OutputFile = 1;
+  attribute.m_LevelMask = 0x3e;
+  context.SetLogPath("/own/");
+  context.SetBufferSize("4");
+  context.SetInterval("300");
+  context.SetConfigFilePath(args[0].c_str());
+  std::printf("@Result=%d\n", context.ConfigFileInitialize());
+  PrintState();
+  return 0;
+}
+
+TEST(ConfigFile, SaysMoreThanTheProgramButOnlyWhereItSaysSomething) {
+  const Entries own = DefaultsWith({{"Result", "0"},
+                                    {"Console", "0"},
+                                    {"System", "1"},
+                                    {"File", "1"},
+                                    {"Mask", "3e"},
+                                    {"Path", "/own/"},
+                                    {"Buffer", "4096"},
+                                    {"Interval", "300"}});
+  const tagReadCase cases[] = {
+      {"", {}},
+      {"OutputConsole=1", {{"Console", "1"}}},
+      {"OutputConsole=-1\nOutputSystem=-1\nOutputFile=-1", {}},
+      {"OutputSystem=0", {{"System", "0"}}},
+      {"OutputFile=2", {{"File", "0"}}},
+      {"bufferSize=32", {{"Buffer", "32768"}}},
+      {"bufferSize=1025\nwriteInterval=199", {}},
+      {"writeInterval=0", {{"Interval", "0"}}},
+      {"LogFilePath=/tmp/", {{"Path", "/tmp/"}}},
+      {"LogFilePath=", {}},
+      {"LevelInfo=2", {{"Mask", "3a"}}},
+      {"LevelDbg=0", {{"Mask", "3c"}}},
+      {"LevelError=-2", {{"Mask", "2e"}}},
+      {"LevelWar=10", {{"Mask", "36"}}},
+      {"LevelFatal=0", {{"Mask", "1e"}}},
+      {"LevelInfo=-1\nLevelDbg=x\nLevelError=\nLevelWar=-1\nLevelFatal=-1", {}},
+  };
+  for (const tagReadCase& row : cases) {
+    const CTempDir folder;
+    const std::string path = folder.File("kelvik.ini");
+    ASSERT_TRUE(WriteFile(path, std::string("[Global]\n") + row.m_Line + "\n"));
+    const tagChildResult result = RunChild("LoadOverOwnSettings", {path});
+    ASSERT_TRUE(Succeeded(result)) << row.m_Line;
+    Entries expected = own;
+    for (const auto& change : row.m_Changes)
+      expected[change.first] = change.second;
+    EXPECT_EQ(expected, ParseState(result.m_Output)) << row.m_Line;
+  }
+}
+
 TEST(ConfigFile, LongLogPathIsCutAtItsField) {
   const CTempDir folder;
   const std::string path = folder.File("kelvik.ini");
@@ -168,6 +225,28 @@ TEST(ConfigFile, SecondInitializeReadsAndWritesNothing) {
   EXPECT_EQ("[Global]\nlogMaxCount=7\nVersion=x\n", ReadFile(path));
 }
 
+// args: configuration path, which comes too late.
+CHILD_CASE(InitializeBeforePath) {
+  CGlobal& context = *CGlobal::Instance();
+  EXPECT_EQ(3, context.ConfigFileInitialize());
+  EXPECT_TRUE(CGlobal::s_ConfigLoaded);
+  EXPECT_EQ(0, context.SetConfigFilePath(args[0].c_str()));
+  EXPECT_EQ(3, context.ConfigFileInitialize());
+  PrintState();
+  return 0;
+}
+
+TEST(ConfigFile, InitializeWithoutPathIsTheOnlyOneToo) {
+  const CTempDir folder;
+  const std::string path = folder.File("kelvik.ini");
+  const std::string content = "[Global]\nlogMaxCount=7\n";
+  ASSERT_TRUE(WriteFile(path, content));
+  const tagChildResult result = RunChild("InitializeBeforePath", {path});
+  ASSERT_TRUE(Succeeded(result));
+  EXPECT_EQ(DefaultsWith({}), ParseState(result.m_Output));
+  EXPECT_EQ(content, ReadFile(path));
+}
+
 CHILD_CASE(InitializeTogether) {
   SetConfigFilePath(args[0].c_str());
   CGlobal& context = *CGlobal::Instance();
@@ -179,7 +258,7 @@ CHILD_CASE(InitializeTogether) {
       while (!isOpen)
         std::this_thread::yield();
       const int result = context.ConfigFileInitialize();
-      // Whoever returns finds the settings in place and the engine started.
+      // Whoever returns finds the settings in place.
       tagAttribute attribute;
       context.CopyAttribute(attribute);
       const uint32_t count = attribute.m_LogMaxCount;

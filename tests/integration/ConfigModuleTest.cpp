@@ -53,6 +53,7 @@ TEST(ConfigModule, LevelsComeFromItsSectionThenFromGlobalThenStay) {
       {"[net]\nLevelDbg=x\n[Global]\nLevelDbg=1\n", "32"},
       {"[net]\nLevelDbg=0\n[Global]\nLevelDbg=1\n", "30"},
       {"[net]\nLevelError=7\n[Global]\nLevelError=1\n", "20"},
+      {"[net]\nLevelError=-2\n[Global]\nLevelError=1\n", "20"},
       // Nothing but the levels is the module's own.
       {"[net]\nOutputFile=1\nOutputThreadID=1\nlogMaxCount=9\n", "30"},
   };
@@ -79,7 +80,18 @@ TEST(ConfigModule, RegistrationNeedsNoInitialize) {
                                                  "LevelWar", "LevelFatal"));
 }
 
+CHILD_CASE(ReadWithoutPath) {
+  tagAttribute attribute = {};
+  attribute.m_LevelMask = 0x12;
+  EXPECT_EQ(3, CGlobal::Instance()->ReadAttributeByConfigFile("net", attribute, "V1"));
+  EXPECT_EQ(0x12, attribute.m_LevelMask);
+  return 0;
+}
+
 TEST(ConfigModule, WithoutPathNothingIsPrintedAndTheSnapshotStands) {
+  const tagChildResult result = RunChild("ReadWithoutPath");
+  EXPECT_TRUE(Succeeded(result));
+  EXPECT_EQ("", result.m_Output);
   EXPECT_EQ("@1=30\n", Register({"", "net", "V1.0"}).m_Output);
 }
 

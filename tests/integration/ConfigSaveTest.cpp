@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <new>
 #include <thread>
 
 #include "ChildProcess.h"
+#include "ConfigEdit.h"
 #include "ConfigLoad.h"
 #include "Kelvik.h"
 #include "Rounds.h"
@@ -222,6 +224,21 @@ TEST(ConfigSave, NoModuleNameHarmsTheOtherSections) {
   EXPECT_EQ("7", entries["global/logmaxcount"]);
 }
 
+TEST(ConfigSave, ChangeThatRunsOutOfMemoryHalfwayIsNotSaved) {
+  const CTempDir folder;
+  const std::string path = folder.File("kelvik.ini");
+  const std::string content = "[net]\nVersion=V1\n";
+  ASSERT_TRUE(WriteFile(path, content));
+  CMutex mutex;
+  ASSERT_EQ(0, mutex.create());
+  EXPECT_EQ(1, EditConfigFile(mutex, path.c_str(), [](xini_file_t& document) {
+              SetText(FindSection(document, "net"), "Version", "V2");
+              throw std::bad_alloc();
+            }));
+  EXPECT_EQ(content, ReadFile(path));
+  EXPECT_EQ(0, mutex.destroy());
+}
+
 // --- Several threads ---
 
 // args: configuration path. Everything that changes the file, at the same time.
@@ -261,6 +278,7 @@ CHILD_CASE(ChangeTogether) {
 TEST(ConfigSave, ThreadsThatChangeTheFileTogetherLoseNothing) {
   const CTempDir folder;
   const std::string path = folder.File("kelvik.ini");
+  ASSERT_TRUE(WriteFile(path, ManyComments()));
   tagChildOptions options;
   options.m_LimitMs = 30000;
   ASSERT_TRUE(Succeeded(RunChild("ChangeTogether", {path}, options)));

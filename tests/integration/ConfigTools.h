@@ -103,6 +103,14 @@ inline std::vector<std::string> KeyNames(const std::string& path, const std::str
   return names;
 }
 
+// Lines that make each load and save of a file take its time, so that threads meet in them.
+inline std::string ManyComments() {
+  std::string text;
+  for (int line = 0; line < 5000; ++line)
+    text += "# what stands here stays\n";
+  return text + "\n";
+}
+
 // The names in a folder that end in ".log".
 inline std::vector<std::string> LogFiles(const std::string& folder) {
   std::vector<std::string> names;

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -134,6 +135,60 @@ CHILD_CASE(InitializeAgain) {
 
 TEST(Global, InitializeRestoresTheDefaultsAndLeavesModulesAndPath) {
   EXPECT_TRUE(Passes("InitializeAgain"));
+}
+
+CHILD_CASE(OwnDisplays) {
+  CPrintedText printed;
+  const std::list<tagModule> displays = Context().GetModuleState().CopyModules();
+  const char* const firstWords[] = {"[Attribute] module:m title:t.\n", "==========Register Module",
+                                    "==========Cmd Module"};
+  size_t index = 0;
+  for (const tagModule& display : displays) {
+    SCOPED_TRACE(display.m_Title);
+    EXPECT_EQ(&Context(), display.m_Param);
+    EXPECT_EQ(1, display.m_Callback(STDOUT_FILENO, "m", "t", nullptr));
+    EXPECT_EQ("", printed.Take());
+    EXPECT_EQ(0, display.m_Callback(STDOUT_FILENO, "m", "t", display.m_Param));
+    EXPECT_EQ(0u, printed.Take().find(firstWords[index]));
+    // The display's own result comes through.
+    EXPECT_EQ(index == 0 ? 0 : 1,
+              display.m_Callback(STDOUT_FILENO, nullptr, nullptr, display.m_Param));
+    printed.Take();
+    ++index;
+  }
+  EXPECT_EQ(3u, index);
+  return 0;
+}
+
+TEST(Global, OwnDisplaysTakeTheContextAndRefuseNull) {
+  EXPECT_TRUE(Passes("OwnDisplays"));
+}
+
+// A static object that outlives the context looks at what is left of it.
+class CLateReader {
+ public:
+  ~CLateReader() {
+    if (!m_IsWatching) return;
+    ExpectDefaults(Global());
+    _exit(CGlobal::IsEnded() && !testing::Test::HasFailure() ? 0 : 1);
+  }
+  bool m_IsWatching = false;
+};
+
+CHILD_CASE(DefaultsAtTheEnd) {
+  static CLateReader reader;  // made before the context, so destroyed after it
+  reader.m_IsWatching = true;
+  CGlobal& context = Context();
+  EXPECT_EQ(0, context.InsertModuleName("network", nullptr));
+  Global().m_LevelMask = 0x3e;
+  Store(Global().m_OutputThreadID, true);
+  context.SetLogPath("/var/log/");
+  context.SetLogMaxDuration(77);
+  return 0;
+}
+
+TEST(Global, SettingsAreTheDefaultsAgainAtTheEndOfTheProcess) {
+  EXPECT_TRUE(Passes("DefaultsAtTheEnd"));
 }
 
 // --- Values ---

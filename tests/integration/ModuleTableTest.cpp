@@ -11,9 +11,11 @@
 #include <thread>
 #include <vector>
 
+#include "ConfigTools.h"
 #include "RealClock.h"
 #include "RecordTools.h"
 #include "Rounds.h"
+#include "TempDir.h"
 
 namespace Kelvik {
 namespace {
@@ -251,17 +253,20 @@ TEST(ModuleTable, ModulesAreRegisteredBesideThreadsThatLog) {
     ASSERT_TRUE(Passes("RegisterBesideLogging", {}, 30000));
 }
 
+// args: how many names, and a configuration path, whose file takes its time between look and entry.
 CHILD_CASE(RegisterTogether) {
-  std::atomic<int> waiting{8};
+  const int names = std::stoi(args.at(0));
+  if (args.size() > 1) SetConfigFilePath(args.at(1).c_str());
+  std::atomic<int> arrived{0};
   std::atomic<int> first{0};
   std::atomic<int> again{0};
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&] {
-      --waiting;
-      while (waiting.load() > 0)
-        std::this_thread::yield();
-      for (int number = 0; number < 50; ++number) {
+      for (int number = 0; number < names; ++number) {
+        ++arrived;
+        while (arrived.load() < 8 * (number + 1))  // all at the same name
+          std::this_thread::yield();
         const int result = Context().InsertModuleName(ModuleName(number).c_str(), "V1");
         if (result == 0) ++first;
         if (result == 3) ++again;
@@ -270,14 +275,18 @@ CHILD_CASE(RegisterTogether) {
   }
   for (std::thread& thread : threads)
     thread.join();
-  EXPECT_EQ(50, first.load());
-  EXPECT_EQ(350, again.load());
-  EXPECT_EQ(50u, Context().m_ModuleAttribute.size());
+  EXPECT_EQ(names, first.load());
+  EXPECT_EQ(7 * names, again.load());
+  EXPECT_EQ(static_cast<size_t>(names), Context().m_ModuleAttribute.size());
   return 0;
 }
 
 TEST(ModuleTable, OfThreadsThatRegisterOneNameOneSucceeds) {
-  EXPECT_TRUE(Passes("RegisterTogether", {}, 20000));
+  EXPECT_TRUE(Passes("RegisterTogether", {"50"}, 20000));
+  const CTempDir folder;
+  const std::string path = folder.File("kelvik.ini");
+  ASSERT_TRUE(WriteFile(path, ManyComments()));
+  EXPECT_TRUE(Passes("RegisterTogether", {"5", path}, 20000));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <string>
 
 #include "ChildProcess.h"
@@ -104,6 +105,44 @@ CHILD_CASE(Attributes) {
 }
 TEST(Status, AttributesAreShownInFourLines) {
   EXPECT_TRUE(Succeeded(RunChild("Attributes")));
+}
+
+// One setting at a time: a word that is shown for another setting would pass as its neighbour.
+CHILD_CASE(OneByOne) {
+  CDisplay display;
+  tagAttribute& global = *Context().GetAttribute();
+  const auto shown = [&](const char* name) {
+    EXPECT_EQ(0, Context().ShowAttribute(display.Fd(), "m", "t"));
+    const std::string text = display.Take();
+    const std::string words = ' ' + std::string(name) + ":true";
+    return text.find(words) != std::string::npos && text.find(":true") == text.rfind(":true");
+  };
+  const struct {
+    uint8_t tagAttribute::*m_Field;
+    const char* m_Name;
+  } switches[] = {
+      {&tagAttribute::m_OutputConsole, "printf"}, {&tagAttribute::m_OutputSystem, "system"},
+      {&tagAttribute::m_OutputFile, "file"},      {&tagAttribute::m_OutputDateTime, "datetime"},
+      {&tagAttribute::m_OutputThreadID, "tid"},
+  };
+  for (const auto& row : switches)
+    global.*row.m_Field = 0;
+  global.m_LevelMask = 0;
+  for (const auto& row : switches) {
+    global.*row.m_Field = 1;
+    EXPECT_TRUE(shown(row.m_Name)) << row.m_Name;
+    global.*row.m_Field = 0;
+  }
+  unsigned bit = 0x02;
+  for (const char* level : {"debug", "info", "warning", "error", "fatal"}) {
+    global.m_LevelMask = static_cast<uint8_t>(bit);
+    EXPECT_TRUE(shown(level)) << level;
+    bit <<= 1;
+  }
+  return 0;
+}
+TEST(Status, EachSwitchAndLevelIsShownUnderItsOwnName) {
+  EXPECT_TRUE(Succeeded(RunChild("OneByOne")));
 }
 
 CHILD_CASE(Paths) {
