@@ -164,8 +164,9 @@ class KELVIK_API COutput : public CThread::IExecute {
   // ClearFileInfo, then one kept file fewer (down to 1), then the disk counts as free again.
   int ClearFile();
 
-  // Restores the name of a slot (0..9; others are ignored). A name of 128 characters or more that
-  // begins with the log path is kept as its bare name; another one is not restored. Returns 0.
+  // Restores the name of a slot (0..9; others are ignored). A path that begins with the log path
+  // and has 128 characters or more, or no '/', is kept as its bare name; another one is not
+  // restored when it is as long, and a path of the working folder without a '/'. Returns 0.
   int SetLogName(int slot, const char* name);
 
   // Makes slot (0..9; others are ignored) the current one; when size rotation is on and the slot
@@ -329,11 +330,12 @@ class KELVIK_API COutput : public CThread::IExecute {
 
   // Additions behind the members above.
   enum eLife { eLifeOpen = 0, eLifeDraining = 1, eLifeEnded = 2 };
+  enum eRestored { eRestoredNot = 0, eRestoredWhole = 1, eRestoredShortened = 2 };
   enum eOnDemand { eOnDemandNo = 0, eOnDemandIdle = 1, eOnDemandWanted = 2 };
   uint32_t m_BufferCapacity;           // bytes each buffer really has; m_BufferMutex
   uint32_t m_BackRecords;              // records in m_BackBuffer; m_WriteMutex
   uint8_t m_SlotOpened[kSlotCount];    // this process opened the slot's file since it was named
-  uint8_t m_SlotRestored[kSlotCount];  // the slot's name came from the configuration file
+  uint8_t m_SlotRestored[kSlotCount];  // eRestored: it came from the configuration file
   uint8_t m_SlotUnsynced[kSlotCount];  // the slot's file has text that was not synced to the disk
   int32_t m_Stopping;                  // the writer thread is to end
   int32_t m_Ended;                     // eLife: whether records are taken and files written

@@ -57,9 +57,10 @@ bool SlotPath(char (&path)[kFilePathBytes], const char* folder, const char* name
   return JoinPath(path, folder, name);
 }
 
-const char* BareName(const char* name) {
-  const char* const slash = strrchr(name, '/');
-  return slash == nullptr ? name : slash + 1;
+bool EndsInName(const char* path, const char* name) {
+  const size_t pathLength = strlen(path);
+  const size_t nameLength = strlen(name);
+  return pathLength >= nameLength && strcmp(path + (pathLength - nameLength), name) == 0;
 }
 
 }  // namespace Kelvik

@@ -28,8 +28,8 @@ bool JoinPath(char (&path)[kFilePathBytes], const char* folder, const char* name
 // The path of a slot's file: the name itself when IsPath(name), else folder + name.
 bool SlotPath(char (&path)[kFilePathBytes], const char* folder, const char* name);
 
-// The part behind the last '/'.
-const char* BareName(const char* name);
+// True when the path ends in the name, whatever folder or prefix stands before it.
+bool EndsInName(const char* path, const char* name);
 
 }  // namespace Kelvik
 

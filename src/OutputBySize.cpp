@@ -2,8 +2,6 @@
 //
 // All of it runs under both mutexes of the engine.
 
-#include <cstring>
-
 #include "FileName.h"
 #include "Output.h"
 #include "OutputInternal.h"
@@ -65,7 +63,7 @@ void COutput::NameSlotByClock(bool unique) {
   MakeFileName(name, stamp.m_Time);
   if (unique) {
     for (int slot = 0; slot < kSlotCount; ++slot) {
-      if (slot != m_FileIndex && std::strcmp(BareName(m_FileNames[slot]), name) == 0) {
+      if (slot != m_FileIndex && EndsInName(m_FileNames[slot], name)) {
         MakeNumberedFileName(name, stamp.m_Time, m_FileIndex);
         break;
       }

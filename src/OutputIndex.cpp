@@ -21,6 +21,8 @@ constexpr char kGlobalSection[] = "Global";
 constexpr char kIndexKey[] = "LogIndex";
 constexpr size_t kConfigFieldBytes = 256;
 constexpr size_t kKeyBytes = 24;
+constexpr size_t kShortestPath = 19;  // characters; a shorter name stands under the log path
+constexpr char kHere[] = "./";
 
 void MakeSlotKey(char (&key)[kKeyBytes], int slot) {
   std::snprintf(key, sizeof(key), "fileName_%d", slot);
@@ -92,18 +94,26 @@ int COutput::SetLogName(int slot, const char* name) {
   const CScopeLock bufferGuard(m_BufferMutex);
   const CScopeLock writeGuard(m_WriteMutex);
   const char* kept = name;
-  if (std::strlen(name) >= kSlotNameBytes) {
+  size_t lead = 0;
+  const size_t length = std::strlen(name);
+  // A path of the working folder is not to be looked for under the log path.
+  const bool isHere = length >= kShortestPath && !IsPath(name);
+  if (length >= kSlotNameBytes || isHere) {
     const char* folder = CGlobal::Instance()->GetAttribute()->m_LogPath;
     const size_t folderLength = ::strnlen(folder, kLogPathBytes);
-    if (std::strncmp(name, folder, folderLength) != 0) return eResultSuccess;
-    kept = name + folderLength;
-    if (*kept == '\0' || IsPath(kept) || std::strlen(kept) >= kSlotNameBytes) {
-      return eResultSuccess;
+    if (std::strncmp(name, folder, folderLength) == 0) {
+      kept = name + folderLength;
+      if (*kept == '\0' || IsPath(kept)) return eResultSuccess;
+    } else if (isHere) {
+      lead = sizeof(kHere) - 1;
     }
   }
+  const size_t keptLength = std::strlen(kept);
+  if (lead + keptLength >= kSlotNameBytes) return eResultSuccess;
   FreeSlot(slot);
-  std::memcpy(m_FileNames[slot], kept, std::strlen(kept));
-  m_SlotRestored[slot] = 1;
+  std::memcpy(m_FileNames[slot], kHere, lead);
+  std::memcpy(m_FileNames[slot] + lead, kept, keptLength);
+  m_SlotRestored[slot] = kept == name ? eRestoredWhole : eRestoredShortened;
   return eResultSuccess;
 }
 

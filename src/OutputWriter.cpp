@@ -348,8 +348,8 @@ int COutput::OpenSlot(bool append) {
 // Removes a slot's file and frees the slot. A file that this process opened stands under the log
 // path or, where it is not found there, under its bare name; one that it did not open is removed
 // under the name as it was restored. tryFolder: a bare name that is not found is looked for under
-// the log path too, as is one that was restored without its folder. A name that is a path of its
-// own is nowhere else.
+// the log path too, as is one that was restored without its folder. A path that was shortened is
+// under the log path and nowhere else; a name that is a path of its own is nowhere else either.
 void COutput::RemoveSlotFile(int slot, bool tryFolder) {
   const char* name = m_FileNames[slot];
   if (*name == '\0') return;  // a free slot: removing "" would cost a system call
@@ -357,10 +357,12 @@ void COutput::RemoveSlotFile(int slot, bool tryFolder) {
   if (!IsSharedFile(slot)) {
     char joined[kFilePathBytes];
     const bool hasFolder = !IsPath(name) && JoinPath(joined, LogPath(), name);
-    const bool opened = m_SlotOpened[slot] != 0;
-    const bool folderToo = hasFolder && (opened || tryFolder || m_SlotRestored[slot] != 0);
+    const bool shortened = m_SlotRestored[slot] == eRestoredShortened;
+    const bool opened = m_SlotOpened[slot] != 0 || shortened;
+    const bool folderToo =
+        hasFolder && (opened || tryFolder || m_SlotRestored[slot] != eRestoredNot);
     int error = RemoveFile(opened && folderToo ? joined : name);
-    if (error == ENOENT && folderToo) error = RemoveFile(opened ? name : joined);
+    if (error == ENOENT && folderToo && !shortened) error = RemoveFile(opened ? name : joined);
     if (error == 0) ++m_Statistics.m_FilesRemoved;
   }
   FreeSlot(slot);

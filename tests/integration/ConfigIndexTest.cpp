@@ -243,6 +243,22 @@ CHILD_CASE(RestoreByHand) {
   EXPECT_EQ(0, output.SetLogName(9, "/tmp/x"));
   EXPECT_STREQ("/tmp/x", output.m_FileNames[9]);
 
+  // A path of the working folder, under its own log path and under another one.
+  const std::string here(125, 'h');
+  CGlobal::Instance()->SetLogPath("app-");
+  EXPECT_EQ(0, output.SetLogName(0, "app-20240315120000_1.log"));
+  EXPECT_STREQ("20240315120000_1.log", output.m_FileNames[0]);
+  EXPECT_EQ(0, output.SetLogName(0, "old-20240315120000.log"));
+  EXPECT_STREQ("./old-20240315120000.log", output.m_FileNames[0]);
+  EXPECT_EQ(0, output.SetLogName(0, "a19-characters-name"));
+  EXPECT_STREQ("./a19-characters-name", output.m_FileNames[0]);
+  EXPECT_EQ(0, output.SetLogName(0, "20240315120000.log"));
+  EXPECT_STREQ("20240315120000.log", output.m_FileNames[0]) << "18 characters are a bare name";
+  EXPECT_EQ(0, output.SetLogName(0, here.c_str()));
+  EXPECT_EQ("./" + here, output.m_FileNames[0]);
+  EXPECT_EQ(0, output.SetLogName(0, (here + "x").c_str()));
+  EXPECT_EQ("./" + here, output.m_FileNames[0]) << "a longer one is not restored";
+
   EXPECT_EQ(0, output.SetCurrentFileInfo(4, 77));  // no name
   EXPECT_EQ(4, output.m_FileIndex);
   EXPECT_EQ(0, output.m_FileSize);

@@ -54,14 +54,17 @@ std::string Line(long number) {
 }
 
 struct tagRing {
-  explicit tagRing(const std::string& settings) : m_Config(m_Etc.File("kelvik.ini")) {
-    EXPECT_TRUE(WriteFile(
-        m_Config, "[Global]\nOutputFile=1\nLogFilePath=" + m_Logs.LogPath() + "\n" + settings));
+  explicit tagRing(const std::string& settings, const std::string& logPath = "")
+      : m_Config(m_Etc.File("kelvik.ini")) {
+    EXPECT_TRUE(WriteFile(m_Config, "[Global]\nOutputFile=1\nLogFilePath=" +
+                                        (logPath.empty() ? m_Logs.LogPath() : logPath) + "\n" +
+                                        settings));
   }
 
   tagChildResult Run(long first, long records, int64_t start = 0, int64_t stepMs = 0) {
     tagChildOptions options;
     options.m_Environment = {{"TZ", "UTC0"}};
+    options.m_Folder = m_Logs.Path();
     return RunChild("LogLines",
                     {m_Config, std::to_string(first), std::to_string(records),
                      std::to_string(start), std::to_string(stepMs)},
@@ -126,6 +129,21 @@ TEST(Restart, FileOfTheIndexThatIsGoneIsMadeAgain) {
   ASSERT_TRUE(Succeeded(ring.Run(1, 1, kNoon + 60)));
   EXPECT_THAT(ring.Files(), ElementsAre("20240315120000.log"));
   EXPECT_EQ(Line(1), ReadFile(ring.m_Logs.File("20240315120000.log")));
+}
+
+// A log path that is no folder and has none: what the index lists is a path all the same.
+TEST(Restart, RelativePathWithoutAFolderIsContinuedAndCounted) {
+  tagRing ring("logMaxSize=1\nlogMaxCount=2\n", "app-");
+  const char* const others = "20240315120000.log";
+  ASSERT_TRUE(WriteFile(ring.m_Logs.File(others), "not of the ring\n"));
+  ASSERT_TRUE(Succeeded(ring.Run(0, 1, kNoon)));
+  ASSERT_TRUE(Succeeded(ring.Run(1, 1, kNoon + 60)));
+  EXPECT_THAT(ring.Files(), ElementsAre(others, "app-20240315120000.log"));
+  EXPECT_EQ(Line(0) + Line(1), ReadFile(ring.m_Logs.File("app-20240315120000.log")));
+  ASSERT_TRUE(Succeeded(ring.Run(2, 11, kNoon + 120)));
+  ASSERT_TRUE(Succeeded(ring.Run(13, 11, kNoon + 180)));
+  EXPECT_THAT(ring.Files(),
+              ElementsAre(others, "app-20240315120200.log", "app-20240315120300.log"));
 }
 
 // Real time: many names of the same second, in the same run and in the next.

@@ -148,18 +148,20 @@ TEST(SizeWriter, SecondFileOfASecondCarriesItsSlot) {
 CHILD_CASE(RestoredName) {
   // A path from an earlier run that ends in the name of this second counts as taken.
   CFakeClock clock(kNoon);
-  UseSize(args[0], 0, 1, 3);
-  EXPECT_TRUE(WriteFile(args[0] + kNoonName, "old\n"));
-  EXPECT_EQ(0, Output().SetLogName(0, (args[0] + kNoonName).c_str()));
+  const std::string& prefix = args[2];
+  UseSize(args[0] + prefix, 0, 1, 3);
+  EXPECT_TRUE(WriteFile(args[0] + prefix + kNoonName, "old\n"));
+  EXPECT_EQ(0, Output().SetLogName(0, (args[0] + prefix + kNoonName).c_str()));
   EXPECT_EQ(0, Output().SetCurrentFileInfo(0, 4));
   EXPECT_EQ(0, Write("new\n"));
-  EXPECT_THAT(Contents(args[1]),
-              ElementsAre("20240315120000.log:old ", "20240315120000_1.log:new "));
+  EXPECT_THAT(Contents(args[1]), ElementsAre(prefix + "20240315120000.log:old ",
+                                             prefix + "20240315120000_1.log:new "));
   return 0;
 }
 
 TEST(SizeWriter, RestoredPathTakesItsNameToo) {
-  EXPECT_TRUE(RunCase("RestoredName"));
+  EXPECT_TRUE(RunCase("RestoredName", {""}));
+  EXPECT_TRUE(RunCase("RestoredName", {"app-"}));
 }
 
 CHILD_CASE(OldContent) {

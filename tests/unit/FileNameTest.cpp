@@ -65,11 +65,14 @@ TEST(FileName, OnlyANameWithASlashIsAPath) {
   EXPECT_TRUE(IsPath("logs/20240315083000.log"));
 }
 
-TEST(FileName, TheBareNameStandsBehindTheLastSlash) {
-  EXPECT_STREQ(BareName("a.log"), "a.log");
-  EXPECT_STREQ(BareName("/tmp/logs/a.log"), "a.log");
-  EXPECT_STREQ(BareName("/tmp/"), "");
-  EXPECT_STREQ(BareName(""), "");
+TEST(FileName, StandsAtTheEndOfItsPathsBehindFolderAndPrefix) {
+  EXPECT_TRUE(EndsInName("a.log", "a.log"));
+  EXPECT_TRUE(EndsInName("/tmp/logs/a.log", "a.log"));
+  EXPECT_TRUE(EndsInName("/tmp/logs/app-a.log", "a.log"));
+  EXPECT_FALSE(EndsInName("/tmp/a.log/", "a.log"));
+  EXPECT_FALSE(EndsInName("/tmp/a_1.log", "a.log"));
+  EXPECT_FALSE(EndsInName(".log", "a.log"));
+  EXPECT_FALSE(EndsInName("", "a.log"));
 }
 
 TEST(FilePath, IsFolderAndNameWithNothingBetween) {
