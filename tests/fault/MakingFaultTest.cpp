@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 
 #include "Kelvik.h"
 #include "Output.h"
@@ -16,6 +17,7 @@ namespace {
 
 int gCalls = 0;
 int gFailing = 0;  // the number of the call that fails, 0: none
+int gBuffers = 0;  // the number of the buffer that there is no memory for, 0: none
 int gLive = 0;     // mutexes and condition variables made and not destroyed
 
 bool Fails() {
@@ -31,6 +33,14 @@ int Made(int code) {
 }  // namespace
 
 extern "C" {
+
+void* __real_malloc(size_t size);
+void* __wrap_malloc(size_t size);
+void* __wrap_malloc(size_t size) {
+  constexpr size_t kBufferBytes = 32768;  // the default
+  if (size == kBufferBytes && gBuffers > 0 && --gBuffers == 0) return nullptr;
+  return __real_malloc(size);
+}
 
 int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attribute);
 int __real_pthread_mutex_destroy(pthread_mutex_t* mutex);
@@ -132,6 +142,22 @@ TEST(MakingFault, SignalOfTheParentIsForgottenInTheChildWithoutATouch) {
   ASSERT_EQ(child, waitpid(child, &status, 0));
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   EXPECT_EQ(eResultSuccess, signal.destroy());
+}
+
+// The last one: it makes the context, whose handlers take part in a fork.
+TEST(MakingFault, EngineWithoutMemoryStartsWithoutBuffersAndThread) {
+  COutput output;
+  for (const int failing : {1, 2}) {
+    gBuffers = failing;
+    EXPECT_EQ(eResultFailure, output.Start()) << failing;
+    EXPECT_EQ(0, gBuffers);
+    EXPECT_EQ(nullptr, output.m_BackBuffer);
+    EXPECT_EQ(nullptr, output.m_FrontBuffer);
+    EXPECT_FALSE(output.m_Thread.IsRunning());
+  }
+  EXPECT_EQ(eResultSuccess, output.Start());
+  EXPECT_NE(nullptr, output.m_BackBuffer);
+  EXPECT_TRUE(output.m_Thread.IsRunning());
 }
 
 }  // namespace

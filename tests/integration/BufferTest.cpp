@@ -46,19 +46,20 @@ TEST(Engine, FreshOneHasNoFileNoTextAndNoBuffer) {
 
 CHILD_CASE(DestroyTwoSlots) {
   COutput output;
-  int fds[3];
+  int fds[4];
   for (int slot = 0; slot < 3; ++slot)
     fds[slot] = output.m_FileFds[slot] = open("/dev/null", O_WRONLY);
+  fds[3] = output.m_TerminalFd = open("/dev/null", O_WRONLY);
   EXPECT_EQ(0, output.Destroy());
   EXPECT_EQ(-1, output.m_FileFds[0]);
   EXPECT_EQ(-1, output.m_FileFds[1]);
-  EXPECT_EQ(-1, fcntl(fds[0], F_GETFD));
-  EXPECT_EQ(-1, fcntl(fds[1], F_GETFD));
+  for (const int closed : {0, 1, 3})
+    EXPECT_EQ(-1, fcntl(fds[closed], F_GETFD)) << closed;
   EXPECT_NE(-1, fcntl(fds[2], F_GETFD));
   return 0;
 }
 
-TEST(Engine, DestroyClosesTheFirstTwoSlots) {
+TEST(Engine, DestroyClosesTheFirstTwoSlotsAndTheTerminal) {
   EXPECT_TRUE(RunCase("DestroyTwoSlots"));
 }
 
@@ -115,6 +116,7 @@ CHILD_CASE(Direct) {
   EXPECT_EQ(nullptr, Output().m_FrontBuffer);
   EXPECT_EQ(4, Output().m_Signal.wait(0)) << "nobody is woken";
   EXPECT_EQ(0, Initialize());
+  EXPECT_EQ(args[2] == "0", Output().m_FrontBuffer == nullptr) << "made for any other size";
   EXPECT_EQ(0, LogLine("b"));
   EXPECT_EQ("a\nb\n", AllText(args[1]));
   EXPECT_EQ(4, Look(Output().m_FileSize));

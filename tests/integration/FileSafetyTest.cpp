@@ -235,5 +235,31 @@ TEST(FileSafety, LogPathThatFillsItsFieldIsUsedWhole) {
     EXPECT_TRUE(RunCase("LongPath", {length})) << length;
 }
 
+// --- Removal ---
+
+CHILD_CASE(BareName) {
+  // A file that this process opened and that is away from the log path goes under its bare name.
+  CFakeClock clock(kNoon);
+  const std::string sub = args[0] + "sub/";
+  EXPECT_EQ(0, mkdir(sub.c_str(), 0700));
+  EXPECT_EQ(0, chdir(args[1].c_str()));
+  UseSize(sub, 0, 1, 1);
+  EXPECT_EQ(0, Write("a\n"));
+  EXPECT_TRUE(WriteFile(args[0] + kNoonName, "stays while the other is there\n"));
+  clock.AdvanceMs(1000);
+  EXPECT_EQ(0, Write("b\n"));
+  EXPECT_THAT(ListFolder(args[1]), ElementsAre(kNoonName, "sub"));
+  EXPECT_EQ(0, rename((sub + "20240315120001.log").c_str(), "20240315120001.log"));
+  clock.AdvanceMs(1000);
+  EXPECT_EQ(0, Write("c\n"));
+  EXPECT_THAT(ListFolder(args[1]), ElementsAre(kNoonName, "sub"));
+  EXPECT_THAT(Contents(sub), ElementsAre("20240315120002.log:c "));
+  return 0;
+}
+
+TEST(FileSafety, FileThatIsNotUnderTheLogPathIsRemovedUnderItsBareName) {
+  EXPECT_TRUE(RunCase("BareName"));
+}
+
 }  // namespace
 }  // namespace Kelvik

@@ -126,6 +126,25 @@ TEST(RawFile, TwoFilesTakeTurnsWhateverTheCount) {
       EXPECT_TRUE(RunCase("Turns", {form, count})) << form << count;
 }
 
+// args[2]: the limit, which counts as a signed number; args[3]: the slot of the first record.
+CHILD_CASE(NoLimit) {
+  UseSize(args[0], 0, static_cast<uint32_t>(std::stoul(args[2])), 3);
+  NameTwo();
+  int slot = std::stoi(args[3]);
+  for (const char* text : {"a\n", "b\n", "c\n"}) {
+    EXPECT_EQ(0, LogRaw(text));
+    EXPECT_EQ(slot, Output().m_FileIndex) << text;
+    EXPECT_EQ(text, ReadFile(args[0] + Output().m_FileNames[slot]));
+    slot = 1 - slot;
+  }
+  return 0;
+}
+
+TEST(RawFile, EveryRecordBeginsAFileWithoutALimit) {
+  EXPECT_TRUE(RunCase("NoLimit", {"0", "0"}));
+  EXPECT_TRUE(RunCase("NoLimit", {"2147483648", "1"}));
+}
+
 CHILD_CASE(FromSlotFive) {
   CFakeClock clock(kNoon);
   UseSize(args[0], 0, 10, 10);

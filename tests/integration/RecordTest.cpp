@@ -167,8 +167,8 @@ CHILD_CASE(LongRecords) {
   Store(Global().m_OutputSystem, true);
   const std::string date = std::string(kMomentText) + " ";
   // Around the cut: the last character that fits, the first that does not, and far beyond.
-  for (const size_t name :
-       {3u, 4000u, 8150u, 8160u, 8163u, 8164u, 8165u, 8166u, 8190u, 8191u, 8192u, 20000u}) {
+  for (const size_t name : {3u, 64u, 65u, 4000u, 8150u, 8160u, 8163u, 8164u, 8165u, 8166u, 8190u,
+                            8191u, 8192u, 20000u}) {
     const std::string module(name, 'm');
     for (const size_t length : {1u, 4000u, 8161u, 8162u, 8163u, 8164u, 8192u, 70000u}) {
       SCOPED_TRACE(testing::Message() << "module " << name << " text " << length);
@@ -182,6 +182,9 @@ CHILD_CASE(LongRecords) {
       const std::string located = Cut(date + "[" + module + "] [a.c main 12] " + text, 8191);
       EXPECT_EQ(0, LogListAt(2, module.c_str(), nullptr, "a.c", "main", 12, "%s", text.c_str()));
       EXPECT_EQ(Shown(2, located), printed.Take());
+      const std::string named = Cut(date + "[" + module + "][rx] " + text, 8191);
+      EXPECT_EQ(0, KLog(Level(2), module.c_str(), "rx", "%s", text.c_str()));
+      EXPECT_EQ(Shown(2, named), printed.Take());
     }
   }
   // The format itself is long.

@@ -70,6 +70,26 @@ TEST(Terminal, SinkStageShowsTheWholeRecordAndHidesTheSkippedPartFromSyslog) {
   EXPECT_TRUE(Passes("SinkStage"));
 }
 
+CHILD_CASE(FileRefuses) {
+  CPrintedText printed;
+  UseBareRecords();
+  Store(Global().m_OutputSystem, true);
+  Store(Global().m_OutputFile, true);
+  for (int32_t* flag : {&Engine().m_DiskFull, &Engine().m_BufferReset}) {
+    CSyslogCapture::Clear();
+    *flag = 1;
+    EXPECT_EQ(3, LogList(2, "net", "rx", "x\n"));
+    EXPECT_EQ(Shown(2, "[net][rx] x\n"), printed.Take());
+    EXPECT_EQ(1u, CSyslogCapture::Count());
+    *flag = 0;
+  }
+  return 0;
+}
+
+TEST(Terminal, AndSyslogHaveTheRecordThatTheFileRefuses) {
+  EXPECT_TRUE(Passes("FileRefuses"));
+}
+
 // --- Bad levels, which only a direct call can bring here ---
 
 struct tagBadLevelCase {

@@ -105,6 +105,20 @@ TEST(TimeRotation, IntervalCountsFromTheFirstRecordAndThenFromTheLastBatch) {
   EXPECT_TRUE(RunCase("Interval"));
 }
 
+// args[2]: the buffer size.
+CHILD_CASE(TooSmall) {
+  CFakeClock clock(kNoon);
+  UseTime(args[0], static_cast<uint32_t>(std::stoul(args[2])), 10);
+  EXPECT_EQ(0, LogLine("a"));
+  EXPECT_THAT(Contents(args[1]), ElementsAre("20240315120000.log:a "));
+  return 0;
+}
+
+TEST(TimeRotation, BufferBelow1024SignedWritesEveryRecordAtOnce) {
+  for (const char* size : {"1023", "2147483648", "4294967295"})
+    EXPECT_TRUE(RunCase("TooSmall", {size})) << size;
+}
+
 // --- Changes of the mode ---
 
 // args[2] and args[3]: the maximum size before and after, 0 for rotation by time.
@@ -135,6 +149,52 @@ TEST(TimeRotation, SwitchFromSizeWritesTheWaitingBatchOnceToItsFile) {
 
 TEST(TimeRotation, SwitchToSizeWritesTheWaitingBatchOnceToItsFile) {
   EXPECT_TRUE(RunCase("BufferedSwitch", {"0", "1048576"}));
+}
+
+// As BufferedSwitch, with nothing in the buffer when the mode changes.
+CHILD_CASE(EmptySwitch) {
+  CFakeClock clock(kNoon);
+  UseTime(args[0], 4096, 10);
+  CGlobal& context = *CGlobal::Instance();
+  const auto after = static_cast<uint32_t>(std::stoul(args[3]));
+  context.SetLogMaxSize(static_cast<uint32_t>(std::stoul(args[2])));
+  EXPECT_EQ(0, Initialize());
+  EXPECT_EQ(0, LogLine("a"));
+  EXPECT_EQ(0, WriteBufferContent2File());
+  ExpectSoon(args[1], ElementsAre("20240315120000.log:a "));
+  clock.AdvanceMs(5000);
+  context.SetLogMaxSize(after);
+  EXPECT_EQ(0, LogLine("b"));
+  if (after != 0) {
+    // By size the record itself is the last one of the old file, written by the caller.
+    EXPECT_THAT(Contents(args[1]), ElementsAre("20240315120000.log:a b ", "20240315120005.log:"));
+    return 0;
+  }
+  ExpectSoon(args[1], ElementsAre("20240315120000.log:a ", "20240315120005.log:"));
+  EXPECT_EQ(0, WriteBufferContent2File());
+  ExpectSoon(args[1], ElementsAre("20240315120000.log:a ", "20240315120005.log:b "));
+  return 0;
+}
+
+TEST(TimeRotation, SwitchWithAnEmptyBufferBeginsAFileToo) {
+  EXPECT_TRUE(RunCase("EmptySwitch", {"1048576", "0"}));
+  EXPECT_TRUE(RunCase("EmptySwitch", {"0", "1048576"}));
+}
+
+CHILD_CASE(FailedSwitch) {
+  UseTime(args[0] + "missing/", 0, 10);
+  CGlobal& context = *CGlobal::Instance();
+  EXPECT_EQ(3, LogLine("a"));
+  context.SetLogMaxSize(1024);
+  EXPECT_EQ(3, LogLine("b")) << "the writer's result";
+  EXPECT_EQ(0, LogLine("c")) << "by size only the switch tells it";
+  context.SetLogMaxSize(0);
+  EXPECT_EQ(3, LogLine("d"));
+  return 0;
+}
+
+TEST(TimeRotation, SwitchWithoutBuffersGivesTheWritersResult) {
+  EXPECT_TRUE(RunCase("FailedSwitch"));
 }
 
 CHILD_CASE(DirectSwitch) {

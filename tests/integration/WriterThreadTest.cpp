@@ -43,17 +43,37 @@ TEST(Writer, BatchIsWrittenAndCounted) {
 CHILD_CASE(FileOff) {
   UseSize(args[0], 4096);
   EXPECT_EQ(0, Initialize());
+  const int64_t start = RealClockMs();
   DropBatch();
   EXPECT_THAT(ListFolder(args[1]), IsEmpty());
   SwitchFile(true);
   EXPECT_EQ(0, LogLine("kept"));
   EXPECT_EQ(0, WriteBufferContent2File());
-  ExpectTextSoon(args[1], "kept\n");  // after its pause
+  ExpectTextSoon(args[1], "kept\n");
+  EXPECT_GE(RealClockMs() - start, 990) << "a pause of a second comes before the next look";
   return 0;
 }
 
 TEST(Writer, BatchIsDroppedWhileFileOutputIsOffAndWritingGoesOnAfterwards) {
   EXPECT_TRUE(RunCase("FileOff"));
+}
+
+CHILD_CASE(NoMode) {
+  UseSize(args[0], 4096);
+  EXPECT_EQ(0, Initialize());
+  EXPECT_EQ(0, LogLine("dropped"));
+  Put(Output().m_SizeMode, 0);
+  EXPECT_EQ(0, WriteBufferContent2File());
+  EXPECT_TRUE(WaitUntil([] { return Look(Output().m_BackLength) == 0; }, 3000));
+  EXPECT_THAT(ListFolder(args[1]), IsEmpty());
+  EXPECT_EQ(0, LogLine("kept"));
+  EXPECT_EQ(0, WriteBufferContent2File());
+  ExpectTextSoon(args[1], "kept\n");
+  return 0;
+}
+
+TEST(Writer, BatchIsDroppedWhileNoModeIsSet) {
+  EXPECT_TRUE(RunCase("NoMode"));
 }
 
 // --- Its end ---
