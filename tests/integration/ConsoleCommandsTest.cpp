@@ -182,7 +182,9 @@ CHILD_CASE(Refusals) {
   const std::string path(257, 'p');
   for (const auto& [word, line] :
        {std::pair<const char*, int>{"-logpath ", 385}, {"-tty ", 407}, {"-focus ", 421}}) {
-    EXPECT_TRUE(console.Obey(word + path));
+    // What comes behind it is obeyed all the same.
+    EXPECT_TRUE(console.Obey(word + path + " -logcount " + std::to_string(line % 10)));
+    EXPECT_EQ(static_cast<uint32_t>(line % 10), GlobalSettings().m_LogMaxCount);
     const std::string text = TakePrinted(printed);
     const std::string report =
         "Kelvik SetAttribute " + std::to_string(line) + " value invalid : 257\n";
@@ -323,6 +325,8 @@ CHILD_CASE(Redirection) {
     onFirst = first.ReadUntil("to the first");
   }
   EXPECT_EQ(0u, onSecond.find(Banner(second))) << onSecond;
+  // A command is printed before it is obeyed.
+  EXPECT_EQ(std::string::npos, onSecond.find("receive command: -tty " + second.Path()));
   EXPECT_NE(std::string::npos, onSecond.find("\033[33m[net][rx] to the second\n"));
   EXPECT_NE(std::string::npos, onSecond.find("\033[33m[net][rx] still there\n"));
   EXPECT_EQ(0u, onFirst.find(Banner(first))) << onFirst;

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
@@ -90,8 +91,12 @@ CHILD_CASE(CreatedConsole) {
   EXPECT_EQ(Report("Console Create 41 console already running"), printed.Take());
   EXPECT_TRUE(CConsoleClient(port).IsSomeoneThere());
 
+  const int copy = fcntl(console.m_Socket, F_DUPFD_CLOEXEC, 3);
   EXPECT_EQ(0, NetworkConsoleDestroy());
   ExpectStopped(console);
+  pollfd ended = {copy, 0, 0};
+  EXPECT_EQ(1, poll(&ended, 1, 0)) << "it is not shut down for both directions";
+  close(copy);
   EXPECT_EQ(before, OpenDescriptors());
   EXPECT_FALSE(CConsoleClient(port).IsSomeoneThere());
   EXPECT_EQ(0, NetworkConsoleDestroy());
@@ -393,14 +398,16 @@ TEST(Console, EveryFramingFaultIsPrintedAndTheDatagramDropped) {
   EXPECT_TRUE(Succeeded(RunChild("Framing")));
 }
 
-// The descriptor is exchanged for one that is always readable and cannot be received from.
+// The descriptor is exchanged for one that always has an error and cannot be received from.
 CHILD_CASE(FailedReceive) {
   CPrintedText printed;
   CTestConsole console;
   const int socket = TheConsole().m_Socket;
   const int kept = fcntl(socket, F_DUPFD_CLOEXEC, 3);
-  const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-  EXPECT_EQ(socket, dup2(null, socket));
+  int pipe[2] = {};
+  EXPECT_EQ(0, pipe2(pipe, O_CLOEXEC));
+  close(pipe[0]);
+  EXPECT_EQ(socket, dup2(pipe[1], socket));
   const std::string line = Line("receive command magic:0 is error.");
   std::string text;
   EXPECT_TRUE(WaitUntil(
@@ -415,6 +422,33 @@ CHILD_CASE(FailedReceive) {
 }
 TEST(Console, FailedReceiveIsPrintedAsMagicZeroAndTheLoopGoesOn) {
   EXPECT_TRUE(Succeeded(RunChild("FailedReceive")));
+}
+
+// In its place a stream with an urgent byte: an exception, and nothing to receive.
+CHILD_CASE(UrgentByte) {
+  CPrintedText printed;
+  CTestConsole console;
+  const int socket = TheConsole().m_Socket;
+  const int kept = fcntl(socket, F_DUPFD_CLOEXEC, 3);
+  const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int sender = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = LoopbackAddress(0);
+  auto* const name = reinterpret_cast<sockaddr*>(&address);
+  EXPECT_TRUE(bind(listener, name, sizeof(address)) == 0 && listen(listener, 1) == 0);
+  address = LoopbackAddress(PortOf(listener));
+  EXPECT_EQ(0, connect(sender, name, sizeof(address)));
+  pollfd stream = {accept4(listener, nullptr, nullptr, SOCK_CLOEXEC), POLLPRI, 0};
+  EXPECT_EQ(1, send(sender, "x", 1, MSG_OOB));
+  EXPECT_EQ(1, poll(&stream, 1, 5000));
+  EXPECT_EQ(socket, dup2(stream.fd, socket));
+  EXPECT_TRUE(WaitUntil([&] { return poll(&stream, 1, 0) == 0; }, 5000));
+  EXPECT_EQ(socket, dup2(kept, socket));
+  EXPECT_TRUE(console.Sync());
+  EXPECT_EQ("", TakePrinted(printed));
+  return 0;
+}
+TEST(Console, ExceptionWithoutDataIsReceivedWithoutWaiting) {
+  EXPECT_TRUE(Succeeded(RunChild("UrgentByte")));
 }
 
 // --- Order and pace ---

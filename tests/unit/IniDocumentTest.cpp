@@ -282,6 +282,9 @@ TEST_F(IniDocument, SectionIsRenamed) {
   EXPECT_EQ(a, &doc["C D"]);
   EXPECT_EQ(nullptr, doc.find_sect("a"));
   EXPECT_EQ("[c d]\nk=1\n\n[b]\n", SavedBytes(doc, m_Folder));
+  EXPECT_TRUE(doc.rename_nsub(a, " New "));
+  EXPECT_EQ(" New ", a->sname());
+  EXPECT_EQ(a, doc.find_sect(" nEW "));
 }
 
 TEST_F(IniDocument, StreamIsAppendedToTheLastSection) {
