@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
+
+#include <thread>
 
 #include "FakeClock.h"
 #include "OutputTools.h"
@@ -229,6 +232,46 @@ CHILD_CASE(Errors) {
 
 TEST(RawFile, FailedWriteIsAResultAndNothingElse) {
   EXPECT_TRUE(RunCase("Errors"));
+}
+
+CHILD_CASE(SlowFile) {
+  UseSize(args[0], 4096);
+  NameTwo();
+  EXPECT_EQ(0, LogRaw("a\n"));
+  EXPECT_EQ(0, LogLine("one"));
+  // The file becomes a pipe that takes 4096 bytes and then blocks.
+  int ends[2];
+  EXPECT_EQ(0, pipe(ends));
+  EXPECT_EQ(4096, fcntl(ends[1], F_SETPIPE_SZ, 4096));
+  const int fd = Output().m_CurrentFd;
+  EXPECT_EQ(fd, dup2(ends[1], fd));
+  close(ends[1]);
+  const std::string record = Bytes('r', 8000);
+  std::thread raw([&record] { EXPECT_EQ(0, LogRaw(record)); });
+  const auto isStuck = [&ends] {
+    int waiting = 0;
+    return ioctl(ends[0], FIONREAD, &waiting) == 0 && waiting == 4096;
+  };
+  EXPECT_TRUE(WaitUntil(isStuck, 5000));
+  const int64_t start = RealClockMs();
+  EXPECT_EQ(0, LogLine("two"));
+  EXPECT_LT(RealClockMs() - start, ScaledMs(500)) << "a caller that buffers waited for the write";
+  std::string got;
+  char piece[1000];
+  while (got.size() < record.size()) {
+    const ssize_t size = read(ends[0], piece, sizeof(piece));
+    if (size <= 0) break;
+    got.append(piece, static_cast<size_t>(size));
+  }
+  raw.join();
+  EXPECT_EQ(record, got);
+  EXPECT_EQ(8, Output().m_FrontLength);
+  SwitchFile(false);  // what waits has nowhere to go
+  return 0;
+}
+
+TEST(RawFile, SlowWriteKeepsNobodyFromTheBuffer) {
+  EXPECT_TRUE(RunCase("SlowFile"));
 }
 
 CHILD_CASE(Unopened) {

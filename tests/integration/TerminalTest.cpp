@@ -7,9 +7,11 @@
 
 #include <climits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FakeClock.h"
+#include "Guard.h"
 #include "PseudoTerminal.h"
 #include "RecordTools.h"
 #include "SyslogCapture.h"
@@ -88,6 +90,25 @@ CHILD_CASE(FileRefuses) {
 
 TEST(Terminal, AndSyslogHaveTheRecordThatTheFileRefuses) {
   EXPECT_TRUE(Passes("FileRefuses"));
+}
+
+CHILD_CASE(LocksAreHeld) {
+  CPrintedText printed;
+  UseBareRecords();
+  Store(Global().m_OutputSystem, true);
+  CGuard order(&Engine().m_BufferMutex);
+  CGuard hold(&Engine().m_WriteMutex);
+  std::thread([] {
+    EXPECT_EQ(0, LogList(2, "net", "rx", "x\n"));
+    EXPECT_EQ(0, Engine().Logs(Level(2), "net", "rx", "y\n", 2));
+  }).join();
+  EXPECT_EQ(Shown(2, "[net][rx] x\n") + "[net][rx] " + Shown(2, "y\n"), printed.Take());
+  EXPECT_EQ(2u, CSyslogCapture::Count());
+  return 0;
+}
+
+TEST(Terminal, AndSyslogWaitForNoLockOfTheFiles) {
+  EXPECT_TRUE(Passes("LocksAreHeld"));
 }
 
 // --- Bad levels, which only a direct call can bring here ---
