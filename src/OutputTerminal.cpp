@@ -50,6 +50,17 @@ class CStreamGuard {
   CStreamGuard& operator=(const CStreamGuard&) = delete;
 };
 
+// A terminal that is open for a scope: a callback may leave it by an exception, or end the thread.
+class COpenTerminal {
+ public:
+  explicit COpenTerminal(const char* path) : m_Fd(OpenTerminal(path)) {}
+  ~COpenTerminal() { CloseDescriptor(m_Fd); }
+  COpenTerminal(const COpenTerminal&) = delete;
+  COpenTerminal& operator=(const COpenTerminal&) = delete;
+
+  int32_t m_Fd;  // -1: it could not be opened
+};
+
 // Text for a device that is lost, and its error, must not stay with the stream.
 void DropUnprinted() {
   CStreamGuard guard;
@@ -124,10 +135,9 @@ int COutput::LogTerminal(const char* path, int pathLength, const char* module, i
       titleLength == 0) {
     return eResultInvalid;
   }
-  int32_t fd = OpenTerminal(path);
-  if (fd == -1) return eResultUnavailable;
-  CGlobal::Instance()->GetModuleState().Log(fd, module, title);
-  CloseDescriptor(fd);
+  const COpenTerminal terminal(path);
+  if (terminal.m_Fd == -1) return eResultUnavailable;
+  CGlobal::Instance()->GetModuleState().Log(terminal.m_Fd, module, title);
   return eResultSuccess;
 }
 

@@ -1,5 +1,6 @@
 // How the console ends: from outside, from a callback, from several threads, with the process.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/wait.h>
@@ -356,6 +357,37 @@ CHILD_CASE(ThreadEndInCallback) {
 }
 TEST(ConsoleLife, CallbackThatEndsTheWorkerLeavesAConsoleThatCanRestart) {
   EXPECT_TRUE(Succeeded(RunChild("ThreadEndInCallback")));
+}
+
+// Notes the terminal in the int of its context and does not return.
+int ThrowFromDisplay(int fd, const char*, const char*, void* context) {
+  *static_cast<int*>(context) = fd;
+  throw std::runtime_error("callback");
+}
+
+int EndThreadFromDisplay(int fd, const char*, const char*, void* context) {
+  *static_cast<int*>(context) = fd;
+  pthread_exit(nullptr);
+}
+
+CHILD_CASE(TerminalAfterDisplay) {
+  CTestConsole console;
+  int fd = -1;
+  ModuleStateRegister("net", "throw", &ThrowFromDisplay, &fd);
+  ModuleStateRegister("net", "end", &EndThreadFromDisplay, &fd);
+  EXPECT_TRUE(console.Obey("-show /dev/null net throw"));
+  EXPECT_NE(-1, fd);
+  EXPECT_EQ(-1, fcntl(fd, F_GETFD));
+  fd = -1;
+  EXPECT_TRUE(console.Client().Send("-show /dev/null net end"));
+  EXPECT_FALSE(console.Sync(300));
+  EXPECT_EQ(0, NetworkConsoleDestroy());
+  EXPECT_NE(-1, fd);
+  EXPECT_EQ(-1, fcntl(fd, F_GETFD));
+  return 0;
+}
+TEST(ConsoleLife, TerminalIsClosedAlsoWhenTheCallbackDoesNotReturn) {
+  EXPECT_TRUE(Succeeded(RunChild("TerminalAfterDisplay")));
 }
 
 }  // namespace
