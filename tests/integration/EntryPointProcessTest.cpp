@@ -1,12 +1,14 @@
 // The entry points over the life of a process, the same for both families: its start, its files and
 // console, and its end.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "ChildProcess.h"
@@ -72,6 +74,30 @@ CHILD_CASE(FileFunctions) {
 
 TEST(ProcessFunctions, BufferIsWrittenAndFilesAreCleared) {
   EXPECT_TRUE(Succeeded(RunChild("FileFunctions")));
+}
+
+CHILD_CASE(FileOutputOff) {
+  CTempDir folder;
+  const char on = 1;
+  const char off = 0;
+  const uint32_t unbuffered = 0;
+  Context().GetAttribute()->m_OutputConsole = 0;
+  std::memcpy(&Context().GetAttribute()->m_BufferSize, &unbuffered, sizeof(unbuffered));
+  Context().SetLogPath(folder.LogPath().c_str());
+  for (const tagFamily& family : kFamilies) {
+    const bool closes = &family == &kFamilies[0];
+    EXPECT_EQ(0, family.SetAttribute(eAttributeOutput, eOutputFile, &on, 1));
+    EXPECT_EQ(0, family.KLog(eLogLevelError, "net", "rx", "opens the file\n"));
+    const int fd = Context().GetOutput().m_CurrentFd;
+    EXPECT_NE(-1, fd);
+    EXPECT_EQ(0, family.SetAttribute(eAttributeOutput, eOutputFile, &off, 1));
+    EXPECT_EQ(closes, fcntl(fd, F_GETFD) == -1) << family.m_Source;
+  }
+  return 0;
+}
+
+TEST(ProcessFunctions, ThePlainFamilyAloneClosesTheFileWithItsOutput) {
+  EXPECT_TRUE(Succeeded(RunChild("FileOutputOff")));
 }
 
 CHILD_CASE(RawWriteFailure) {

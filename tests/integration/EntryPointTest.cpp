@@ -90,6 +90,32 @@ TEST(LoggingFunctions, BadArgumentShowsOnlyInTheResultWhileErrorsAreOff) {
   EXPECT_TRUE(Succeeded(RunChild("ErrorsOff")));
 }
 
+// A report goes by the global settings, also where a module has its name.
+CHILD_CASE(ModuleWithTheReportsName) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  EXPECT_EQ(0, Context().InsertModuleName("Kelvik", nullptr));
+  tagAttribute& module = *Context().GetAttribute("Kelvik");
+  module.m_LevelMask = 0;
+  module.m_OutputThreadID = 1;
+  for (const tagFamily& family : kFamilies) {
+    EXPECT_EQ(3, family.KLog(Level(9), "Kelvik", "rx", "text\n"));
+    EXPECT_EQ(Report(family, family.m_LogReport, "level invalid : 9"), printed.Take());
+  }
+  module.m_LevelMask = 0x3e;
+  Context().GetAttribute()->m_LevelMask = 0x3e & ~0x10;
+  for (const tagFamily& family : kFamilies) {
+    EXPECT_EQ(3, family.KLog(Level(9), "Kelvik", "rx", "text\n"));
+    EXPECT_EQ(3, family.UnregisterModule(nullptr));
+  }
+  EXPECT_EQ("", printed.Take());
+  return 0;
+}
+
+TEST(LoggingFunctions, ReportGoesByTheGlobalSettings) {
+  EXPECT_TRUE(Succeeded(RunChild("ModuleWithTheReportsName")));
+}
+
 struct tagLevelCase {
   int m_Level;
   const char* m_Before;
@@ -248,6 +274,26 @@ CHILD_CASE(Callbacks) {
 
 TEST(CallbackFunctions, ArgumentsAreCheckedAndResultsPassedOn) {
   EXPECT_TRUE(Succeeded(RunChild("Callbacks")));
+}
+
+// --- Attributes ---
+
+CHILD_CASE(BadRequests) {
+  CPrintedText printed;
+  SwitchDateTimeOff();
+  const char on = 1;
+  for (const tagFamily& family : kFamilies) {
+    EXPECT_EQ(3, family.SetAttribute(5, 0, &on, 1));
+    EXPECT_EQ(Report(family, family.m_SetAttributeReport, "attribute invalid : 5"), printed.Take());
+    EXPECT_EQ(3, family.SetAttributeByModule(eAttributeLevel, 6, &on, 1, "net"));
+    EXPECT_EQ(Report(family, family.m_SetAttributeByModuleReport, "option invalid : 6"),
+              printed.Take());
+  }
+  return 0;
+}
+
+TEST(AttributeFunctions, BadRequestIsReportedUnderTheFamilysNames) {
+  EXPECT_TRUE(Succeeded(RunChild("BadRequests")));
 }
 
 // --- Modules and paths ---

@@ -23,6 +23,8 @@ struct tagFamily {
   struct tagReporter m_UnregisterModuleReport;
   struct tagReporter m_SetConfigFilePathReport;
   struct tagReporter m_SetLogFilePathReport;
+  struct tagReporter m_SetAttributeReport;         /* of a bad kind */
+  struct tagReporter m_SetAttributeByModuleReport; /* of a bad option */
 
   int (*KLog)(enum eLogLevel, const char*, const char*, const char*, ...);
   int (*KLogV1)(enum eLogLevel, const char*, const char*, const char*, const char*, int,
@@ -59,6 +61,8 @@ static const struct tagFamily kFamilies[kFamilyCount] = {
      {"UnregisterModule", 531},
      {"SetConfigFilePath", 552},
      {"SetLogFilePath", 565},
+     {"SetAttribute", 507},
+     {"SetAttributeByModule", 261},
      KLog,
      KLogV1,
      KLogs,
@@ -87,6 +91,8 @@ static const struct tagFamily kFamilies[kFamilyCount] = {
      {"Kelvik_UnregisterModule", 522},
      {"Kelvik_SetConfigFilePath", 543},
      {"Kelvik_SetLogFilePath", 556},
+     {"Kelvik_SetAttribute", 498},
+     {"Kelvik_SetAttributeByModule", 259},
      Kelvik_KLog,
      Kelvik_KLogV1,
      Kelvik_KLogs,
