@@ -52,6 +52,52 @@ TEST(ProcessFunctions, InitializeSucceedsWhateverTheConfigurationHolds) {
   }
 }
 
+CHILD_CASE(RegisterVersions) {
+  const std::string& path = args.at(0);
+  EXPECT_EQ(0, SetConfigFilePath(path.c_str()));
+  for (const tagFamily& family : kFamilies) {
+    const std::string version = std::string("7.1 of ") + family.m_Source;
+    EXPECT_EQ(0, family.registerModule(family.m_Source, version.c_str()));
+    EXPECT_NE(std::string::npos, ReadFile(path).find("=" + version + "\n")) << ReadFile(path);
+  }
+  return 0;
+}
+
+TEST(ProcessFunctions, VersionOfAModuleIsPassedOn) {
+  const CTempDir folder;
+  ASSERT_TRUE(WriteFile(folder.File("kelvik.ini"), "[Global]\n"));
+  EXPECT_TRUE(Succeeded(RunChild("RegisterVersions", {folder.File("kelvik.ini")})));
+}
+
+CHILD_CASE(ChangeEverything) {
+  const std::string& path = args.at(0);
+  EXPECT_EQ(0, SetConfigFilePath(path.c_str()));
+  EXPECT_EQ(0, Initialize());
+  EXPECT_EQ(0, registerModule("net", "V1"));
+  EXPECT_TRUE(WriteFile(path, "[Global]\nlogsize=7\n[net]\nLevelDbg=0\n"));
+  const int one = 1;
+  for (const tagFamily& family : kFamilies) {
+    for (int option = eOutputTerminal; option <= eOutputFile; ++option)
+      EXPECT_EQ(0, family.SetAttribute(eAttributeOutput, option, &one, sizeof(one)));
+    for (int level = eLogLevelDebug; level <= eLogLevelFatal; ++level) {
+      EXPECT_EQ(0, family.SetAttribute(eAttributeLevel, level, &one, sizeof(one)));
+      EXPECT_EQ(0, family.SetAttributeByModule(eAttributeLevel, level, &one, 4, "net"));
+    }
+    EXPECT_EQ(0, family.SetAttribute(eAttributeOther, eOtherLogPath, "/tmp/other/", 11));
+    for (int option = eOtherLogMaxSize; option <= eOtherLogMaxCount; ++option)
+      EXPECT_EQ(0, family.SetAttribute(eAttributeOther, option, &one, sizeof(one)));
+  }
+  return 0;
+}
+
+TEST(ProcessFunctions, RequestsLiveInMemoryOnly) {
+  const CTempDir folder;
+  const std::string path = folder.File("kelvik.ini");
+  ASSERT_TRUE(WriteFile(path, "[Global]\n"));
+  EXPECT_TRUE(Succeeded(RunChild("ChangeEverything", {path})));
+  EXPECT_EQ("[Global]\nlogsize=7\n[net]\nLevelDbg=0\n", ReadFile(path));
+}
+
 CHILD_CASE(FileFunctions) {
   CTempDir folder;
   const char on = 1;

@@ -49,13 +49,14 @@ CHILD_CASE(CountWhatIsNotTaken) {
   SetAttribute(eAttributeLevel, eLogLevelDebug, &off, 1);
   EXPECT_EQ(2, KLog(eLogLevelDebug, nullptr, nullptr, "off\n"));
   EXPECT_EQ(2, KLog(eLogLevelDebug, nullptr, nullptr, "off\n"));
+  EXPECT_EQ(2, KLogs(eLogLevelDebug, nullptr, nullptr, "off\n", 4));
   Put(Output().m_DiskFull, 1);
   EXPECT_EQ(3, LogNumber("a", 0));
   Put(Output().m_DiskFull, 0);
   EXPECT_EQ(0, LogNumber("a", 0));
   EXPECT_EQ(0, ClearFileInfo());
   const tagKelvikStatistics now = Statistics();
-  EXPECT_EQ(2u, now.m_RecordsBelowLevel);
+  EXPECT_EQ(3u, now.m_RecordsBelowLevel);
   EXPECT_EQ(1u, now.m_RecordsRefused);
   EXPECT_EQ(1u, now.m_RecordsAccepted);
   EXPECT_EQ(1u, now.m_RecordsDropped);

@@ -115,7 +115,8 @@ TEST(ModuleState, UnknownPairIsNotFoundAndNothingIsCalled) {
   const struct {
     const char* m_Module;
     const char* m_Title;
-  } unknown[] = {{"net", "stat"},    {"ne", "state"},  {"state", "net"},  {"", ""},
+  } unknown[] = {{"net", "stat"},    {"ne", "state"},  {"net", "states"},
+                 {"nets", "state"},  {"state", "net"}, {"", ""},
                  {nullptr, "state"}, {"net", nullptr}, {nullptr, nullptr}};
   for (const auto& pair : unknown) {
     EXPECT_EQ(state.Log(1, pair.m_Module, pair.m_Title), eResultFailure);
@@ -123,6 +124,8 @@ TEST(ModuleState, UnknownPairIsNotFoundAndNothingIsCalled) {
     EXPECT_EQ(state.Unregister(pair.m_Module, pair.m_Title), eResultFailure);
     EXPECT_EQ(state.SetParamUnregister(pair.m_Module, pair.m_Title), eResultFailure);
   }
+  EXPECT_EQ(state.Set("net", "intervals", 1), eResultFailure);
+  EXPECT_EQ(state.Set("nets", "interval", 1), eResultFailure);
   // Each list answers for itself alone.
   EXPECT_EQ(state.Log(1, "net", "interval"), eResultFailure);
   EXPECT_EQ(state.Set("net", "state", 1), eResultFailure);
