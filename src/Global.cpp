@@ -81,11 +81,50 @@ __attribute__((constructor)) void WatchForksFromTheStart() {
   tagContext::WatchForks();
 }
 
-thread_local bool t_HoldsForFork = false;  // this thread is inside fork() and holds the locks
+// What this thread holds while it is inside fork().
+enum class eForkHold : uint8_t { kNothing, kMaking, kAllLocks };
+thread_local eForkHold t_ForkHold = eForkHold::kNothing;
+
+// The context is made under it, and fork() waits for it: in the child of a fork that came meanwhile
+// nobody would finish the making, and the first call there would wait for it for ever.
+pthread_mutex_t s_Making = PTHREAD_MUTEX_INITIALIZER;
+
+// Set for as long as this thread has the lock and a moment longer on both sides: what logs first
+// may be a handler of signals or of fork() that came into it.
+thread_local bool t_HasMaking = false;
+
+void TakeMaking() {
+  t_HasMaking = true;
+  ::pthread_mutex_lock(&s_Making);
+}
+
+void ReleaseMaking() {
+  ::pthread_mutex_unlock(&s_Making);
+  t_HasMaking = false;
+}
+
+// For a scope, unless the thread has it.
+class CMaking {
+ public:
+  CMaking() : m_IsTaken(!t_HasMaking) {
+    if (m_IsTaken) TakeMaking();
+  }
+  ~CMaking() {
+    if (m_IsTaken) ReleaseMaking();
+  }
+  CMaking(const CMaking&) = delete;
+  CMaking& operator=(const CMaking&) = delete;
+
+ private:
+  const bool m_IsTaken;
+};
 
 }  // namespace
 
 CGlobal* CGlobal::Instance() {
+  CGlobal* const made = AcquireLoad(g_Context);
+  if (made != nullptr) return made;
+  const CMaking making;
   static tagContext context;
   return tagContext::Get();
 }
@@ -285,6 +324,9 @@ int CGlobal::Sleep(unsigned int ms) {
 // In the order of the locks. What stands in standard output's stream would leave twice, once from
 // each process.
 void CGlobal::BeforeFork() {
+  if (t_HasMaking) return;  // in a handler of signals, amid the making
+  TakeMaking();
+  t_ForkHold = eForkHold::kMaking;
   CGlobal* global = AcquireLoad(g_Context);
   if (global == nullptr) return;
   if (RelaxedLoad(global->m_Attribute.m_OutputConsole) != 0) std::fflush(stdout);
@@ -293,30 +335,37 @@ void CGlobal::BeforeFork() {
   global->m_ConfigMutex.lock();
   global->m_ModuleState.BeforeFork();
   BeforeForkOfTime();
-  t_HoldsForFork = true;
+  t_ForkHold = eForkHold::kAllLocks;
 }
 
 void CGlobal::AfterForkInParent() {
-  if (!t_HoldsForFork) return;  // the context is younger
-  t_HoldsForFork = false;
-  CGlobal* global = tagContext::Get();
-  AfterForkOfTimeInParent();
-  global->m_ModuleState.AfterForkInParent();
-  global->m_ConfigMutex.unlock();
-  global->m_Output.AfterForkInParent();
-  global->m_ModuleMutex.unlock();
+  const eForkHold held = t_ForkHold;
+  t_ForkHold = eForkHold::kNothing;
+  // Else the context is younger: a handler of fork() made it.
+  if (held == eForkHold::kAllLocks) {
+    CGlobal* global = tagContext::Get();
+    AfterForkOfTimeInParent();
+    global->m_ModuleState.AfterForkInParent();
+    global->m_ConfigMutex.unlock();
+    global->m_Output.AfterForkInParent();
+    global->m_ModuleMutex.unlock();
+  }
+  if (held != eForkHold::kNothing) ReleaseMaking();
 }
 
 void CGlobal::AfterForkInChild() {
-  t_HoldsForFork = false;
+  const eForkHold held = t_ForkHold;
+  t_ForkHold = eForkHold::kNothing;
   CGlobal* global = AcquireLoad(g_Context);
-  if (global == nullptr) return;
-  AfterForkOfTimeInChild();
-  global->m_ModuleState.AfterForkInChild();
-  global->m_ConfigMutex.AfterForkInChild();
-  global->m_Output.AfterForkInChild();
-  global->m_ModuleMutex.AfterForkInChild();
-  global->m_Console.AfterForkInChild();
+  if (global != nullptr) {
+    AfterForkOfTimeInChild();
+    global->m_ModuleState.AfterForkInChild();
+    global->m_ConfigMutex.AfterForkInChild();
+    global->m_Output.AfterForkInChild();
+    global->m_ModuleMutex.AfterForkInChild();
+    global->m_Console.AfterForkInChild();
+  }
+  if (held != eForkHold::kNothing) ReleaseMaking();
 }
 
 }  // namespace Kelvik

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -16,6 +17,23 @@
 #include "ConsoleClient.h"
 #include "LossTools.h"
 #include "Relaxed.h"
+
+namespace Kelvik {
+namespace {
+
+std::atomic<bool> gHoldsMaking{false};
+std::atomic<bool> gIsMaking{false};
+
+}  // namespace
+}  // namespace Kelvik
+
+// In place of the system's: the context asks for its terminal while it is made.
+extern "C" int ttyname_r(int, char*, size_t) noexcept {
+  Kelvik::gIsMaking = true;
+  while (Kelvik::gHoldsMaking)
+    usleep(1000);
+  return ENOTTY;
+}
 
 namespace Kelvik {
 namespace {
@@ -442,6 +460,30 @@ TEST(Fork, ChildInitializesThoughAThreadOfTheParentWasAtIt) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
   KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkInsideInitialize"));
+}
+
+CHILD_CASE(ForkInsideTheFirstCall) {
+  gHoldsMaking = true;
+  std::thread first([] { EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "first\n")); });
+  EXPECT_TRUE(WaitUntil([] { return gIsMaking.load(); }, kLimitMs));
+  std::thread goesOn([] {
+    usleep(100 * 1000);
+    gHoldsMaking = false;
+  });
+  const pid_t pid = fork();
+  if (pid == 0) {
+    gHoldsMaking = false;
+    _exit(KLog(eLogLevelDebug, "net", "rx", "in the child\n") == 2 ? 0 : 61);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  goesOn.join();
+  first.join();
+  return 0;
+}
+
+TEST(Fork, ChildLogsThoughAThreadOfTheParentMadeTheContext) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkInsideTheFirstCall"));
 }
 
 int gForkRound = 0;
