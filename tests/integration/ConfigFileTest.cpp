@@ -1,6 +1,7 @@
 // Reading the configuration file.
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <thread>
@@ -37,6 +38,13 @@ TEST(ConfigFile, FileInAMissingFolderKeepsTheDefaults) {
 TEST(ConfigFile, FolderAsFileKeepsTheDefaults) {
   const CTempDir folder;
   EXPECT_EQ(DefaultsWith({{"Result", "0"}}), Load(folder.Path()));
+}
+
+TEST(ConfigFile, PipeAsFileIsNotReadAndKeepsTheDefaults) {
+  const CTempDir folder;
+  const std::string path = folder.File("pipe");
+  ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+  EXPECT_EQ(DefaultsWith({{"Result", "1"}}), Load(path));
 }
 
 TEST(ConfigFile, FirstRunListsEveryKeyThatIsRead) {

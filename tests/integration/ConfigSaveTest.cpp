@@ -203,6 +203,36 @@ TEST(ConfigSave, SavedSettingsAreReadBackAsTheyWere) {
             Load(path));
 }
 
+// args: configuration path, log path.
+CHILD_CASE(SaveEnds) {
+  CGlobal& context = *CGlobal::Instance();
+  SetConfigFilePath(args[0].c_str());
+  context.SetLogMaxSize(0xFFFFF800U);
+  context.SetLogMaxDuration(0xFFFFFFFBU);
+  context.StoreLogMaxCount(0xFFFFFFF9U);
+  context.SetLogPath(args[1].c_str());
+  EXPECT_EQ(0, context.SaveAttribute2File("Global"));
+  return 0;
+}
+
+TEST(ConfigSave, NumbersPast31BitsAndAFullPathAreReadBackAsTheyWere) {
+  const CTempDir folder;
+  const std::string path = folder.File("kelvik.ini");
+  const std::string logPath(256, 'p');
+  ASSERT_TRUE(Succeeded(RunChild("SaveEnds", {path, logPath})));
+  Entries entries = ReadEntries(path);
+  EXPECT_EQ("4194302", entries["global/logmaxsize"]);
+  EXPECT_EQ("-5", entries["global/logmaxduration"]);
+  EXPECT_EQ("-7", entries["global/logmaxcount"]);
+  EXPECT_EQ(logPath, entries["global/logfilepath"]);
+  EXPECT_EQ(DefaultsWith({{"Result", "0"},
+                          {"Size", "4294965248"},
+                          {"Duration", "4294967291"},
+                          {"Count", "4294967289"},
+                          {"Path", logPath}}),
+            Load(path));
+}
+
 TEST(ConfigSave, KeysKeepTheSpellingAndPlaceThatTheFileHas) {
   const CTempDir folder;
   const std::string path = folder.File("kelvik.ini");

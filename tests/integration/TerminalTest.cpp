@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -289,6 +291,25 @@ CHILD_CASE(PipeAsTerminal) {
 
 TEST(Terminal, OpeningForADisplayNeverBlocksAndTakesNoTerminalOver) {
   EXPECT_TRUE(Passes("PipeAsTerminal"));
+}
+
+// Standard output is a file here, and keeps its text until there is much of it.
+CHILD_CASE(ForkBehindPrintedText) {
+  EXPECT_EQ(0, KLog(eLogLevelError, nullptr, nullptr, "printed before\n"));
+  const pid_t pid = fork();
+  if (pid == 0) std::exit(0);
+  int status = 0;
+  EXPECT_EQ(pid, waitpid(pid, &status, 0));
+  EXPECT_EQ(0, status);
+  return 0;
+}
+
+TEST(Terminal, PrintedTextLeavesOnceThoughTheProcessForks) {
+  const tagChildResult result = RunChild("ForkBehindPrintedText");
+  EXPECT_TRUE(Succeeded(result));
+  const size_t at = result.m_Output.find("printed before\n");
+  EXPECT_NE(std::string::npos, at);
+  EXPECT_EQ(at, result.m_Output.rfind("printed before\n")) << result.m_Output;
 }
 
 }  // namespace
