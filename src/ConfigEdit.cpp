@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Kelvik.h"
+#include "NoCancel.h"
 #include "ScopeLock.h"
 
 namespace Kelvik {
@@ -19,6 +20,7 @@ int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit) {
   if (::stat(path, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))) {
     return eResultFailure;
   }
+  const CNoCancel whole;  // the document saves itself in its destructor
   const CScopeLock guard(mutex);
   try {
     const std::string file(path);

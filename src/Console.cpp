@@ -24,6 +24,7 @@
 #include "Global.h"
 #include "Kelvik.h"
 #include "KelvikExtra.h"
+#include "NoCancel.h"
 #include "Relaxed.h"
 #include "SelfReport.h"
 
@@ -161,6 +162,7 @@ void CConsole::EndChange() {
 }
 
 int CConsole::Create(const char* address, unsigned short port) {
+  const CNoCancel whole;
   const bool isMine = BeginChange(eChange::kCreating);
   if (!isMine || RelaxedLoad(m_Running)) {
     if (isMine) EndChange();
@@ -234,6 +236,7 @@ int CConsole::RunTask() {
 }
 
 int CConsole::Destroy() {
+  const CNoCancel whole;
   if (!BeginChange(eChange::kEnding)) return eResultSuccess;
   RelaxedStore(m_Running, false);
   WakeWorker();

@@ -16,6 +16,7 @@
 
 #include "Context.h"
 #include "FileName.h"
+#include "NoCancel.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
@@ -188,9 +189,9 @@ int COutput::Append(const tagWriter& writer, const tagLimits& limits, const char
   m_FrontLength += length;
   ++m_FrontRecords;
   // The first text in the buffer: a crash must find a file to save it to.
-  if (RelaxedLoad(m_FileKeptOpen) != 0 && m_FrontLength == length &&
-      LockFile(writer) == eResultSuccess) {
-    m_WriteMutex.unlock();
+  if (RelaxedLoad(m_FileKeptOpen) != 0 && m_FrontLength == length) {
+    const CNoCancel whole;
+    if (LockFile(writer) == eResultSuccess) m_WriteMutex.unlock();
   }
   return eResultSuccess;
 }
@@ -220,6 +221,7 @@ int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
     const CUnlockAtEnd unlock(m_WriteMutex);
     if (m_BackLength == 0) return eResultSuccess;
   }
+  const CNoCancel whole;
   int result = LockFile(writer);
   if (result == eResultSuccess) {
     result = WriteBack(writer, failed);

@@ -15,6 +15,7 @@
 #include "FileIo.h"
 #include "FileName.h"
 #include "Global.h"
+#include "NoCancel.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
@@ -37,6 +38,7 @@ void PollPause() {
 
 // Takes the mutex unless the deadline passes first.
 bool LockUntil(CMutex& mutex, CSteadyClock::time_point deadline) {
+  const CNoCancel whole;  // it may hold the other mutex
   for (int tries = 1; mutex.trylock() != eResultSuccess; ++tries) {
     if (CSteadyClock::now() >= deadline) return false;
     if (tries % kLockTries == 0) {

@@ -8,6 +8,7 @@
 #include "FileIo.h"
 #include "FileName.h"
 #include "Global.h"
+#include "NoCancel.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
@@ -48,6 +49,7 @@ int COutput::WriteFileName2Ini(int slot, const char* path) {
 
 int COutput::ClearFileInfo() {
   CGlobal* global = CGlobal::Instance();
+  const CNoCancel whole;
   const CScopeLock bufferGuard(m_BufferMutex);
   const CScopeLock writeGuard(m_WriteMutex);
   tagLimits limits;

@@ -16,6 +16,7 @@
 #include "FileIo.h"
 #include "FileName.h"
 #include "Global.h"
+#include "NoCancel.h"
 #include "Output.h"
 #include "OutputInternal.h"
 #include "Relaxed.h"
@@ -99,6 +100,7 @@ int COutput::WriteAndSettle(const tagWriter& writer, const char* data, int lengt
 int COutput::Write(const tagWriter& writer, const char* data, int length,
                    const tagWriter*& failed) {
   if (data != nullptr && length < 0) return eResultInvalid;
+  const CNoCancel whole;
   const bool ordered = data != nullptr && writer.m_Kind != tagWriter::eKind::kRaw;
   if (ordered) m_BufferMutex.lock();
   int result = LockFile(writer);

@@ -14,6 +14,7 @@
 #include <initializer_list>
 
 #include "Kelvik.h"
+#include "NoCancel.h"
 #include "Relaxed.h"
 #include "SelfReport.h"
 
@@ -205,6 +206,7 @@ void CThread::Retire() {
     }
     return;
   }
+  const CNoCancel whole;  // a join that does not come to its end leaves the handle to nobody
   pthread_mutex_unlock(&m_Lock);
   pthread_join(handle, nullptr);
   pthread_mutex_lock(&m_Lock);
