@@ -8,110 +8,19 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <thread>
 
 #include "ConsoleClient.h"
-#include "LossTools.h"
+#include "ForkTools.h"
 #include "Relaxed.h"
-
-namespace Kelvik {
-namespace {
-
-std::atomic<bool> gHoldsMaking{false};
-std::atomic<bool> gIsMaking{false};
-
-}  // namespace
-}  // namespace Kelvik
-
-// In place of the system's: the context asks for its terminal while it is made.
-extern "C" int ttyname_r(int, char*, size_t) noexcept {
-  Kelvik::gIsMaking = true;
-  while (Kelvik::gHoldsMaking)
-    usleep(1000);
-  return ENOTTY;
-}
 
 namespace Kelvik {
 namespace {
 
 constexpr int kThreads = 4;
 constexpr int kChildRecords = 50;
-// Far beyond what any step takes: a child syncs its file, and a busy disk holds that up for
-// seconds.
-constexpr int kLimitMs = 30000;
-
-// The leak sanitizer would miss what only the stacks of the parent's threads refer to.
-testing::AssertionResult RunFork(const std::string& name,
-                                 const std::vector<std::string>& more = {}) {
-  const CTempDir logs;
-  tagChildOptions options;
-  options.m_LimitMs = 150000;
-  options.m_Environment = {{"ASAN_OPTIONS", "detect_leaks=0"}};
-  std::vector<std::string> args = {logs.LogPath(), logs.Path()};
-  args.insert(args.end(), more.begin(), more.end());
-  return Succeeded(RunChild(name, args, options));
-}
-
-void LogNumbers(const std::string& name, int count) {
-  for (int number = 0; number < count; ++number)
-    if (LogNumber(name.c_str(), number) != 0) _exit(11);
-}
-
-constexpr char kWarmUp[] = "warm-up\n";
-
-// A thread that starts takes memory, and a child made meanwhile has the locks of the address
-// sanitizer's heap as they were: its own writer would hang in its start. So the parent's has begun
-// here; without that sanitizer a fork may come at any step of it.
-void LetTheWriterBegin() {
-  if (KELVIK_TEST_ADDRESS_SANITIZER == 0) return;
-  EXPECT_EQ(0, KLog(eLogLevelInfo, nullptr, nullptr, "%s", kWarmUp));
-  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
-}
-
-std::string TextBehindWarmUp(const std::string& folder) {
-  std::string text = AllText(folder);
-  for (std::size_t at = 0; (at = text.find(kWarmUp, at)) != std::string::npos;)
-    text.erase(at, std::strlen(kWarmUp));
-  return text;
-}
-
-void StartEngine(const std::string& logPath, uint32_t bufferBytes) {
-  UseSize(logPath, bufferBytes, kHugeFile);
-  EXPECT_EQ(0, Initialize());
-  EXPECT_EQ(0, KelvikExtra_SetOverflow(eOverflowWrite));
-  LetTheWriterBegin();
-}
-
-CHILD_CASE(StartThreadInForkedChild) {
-  std::atomic<bool> mayEnd{false};
-  std::thread other([&] { WaitUntil([&] { return mayEnd.load(); }, kLimitMs); });
-  const pid_t pid = fork();
-  if (pid == 0) {
-    std::thread([] {}).join();
-    _exit(0);
-  }
-  const int code = WaitForProcess(pid, kLimitMs);
-  mayEnd = true;
-  other.join();
-  return code == 0 ? 0 : 1;
-}
-
-// Whether the child of a process with threads can start one. Any kernel can; an emulator may not,
-// which shows without the library.
-bool CanForkedChildStartThread() {
-  const bool isEmulated = ChildCommand("").size() > 2;
-  if (!isEmulated) return true;
-  static const bool canStart = RunChild("StartThreadInForkedChild").m_ExitCode == 0;
-  return canStart;
-}
-
-#define KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN() \
-  if (!CanForkedChildStartThread())                      \
-  GTEST_SKIP() << "the emulator cannot start a thread in a forked child"
 
 CHILD_CASE(ForkAndLog) {
   StartEngine(args.at(0), 4096);
@@ -380,110 +289,6 @@ TEST(Fork, ChildLogsThoughTheParentWasClearingAFullDisk) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
   KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
   EXPECT_TRUE(RunFork("ForkOnAFullDisk"));
-}
-
-// Other threads hold every lock of the library in turn while this one forks.
-CHILD_CASE(ForkUnderLocks) {
-  EXPECT_EQ(0, SetConfigFilePath((args.at(1) + "/fork.ini").c_str()));
-  StartEngine(args.at(0), 1024);
-  std::atomic<bool> isOn{true};
-  std::thread changes([&] {
-    for (int i = 0; isOn; ++i) {
-      const std::string name = "module" + std::to_string(i % 50);
-      ModuleStateRegister(
-          name.c_str(), "state", [](int, const char*, const char*, void*) { return 0; }, nullptr);
-      registerModule(name.c_str(), "V1");
-      SetAttribute(eAttributeOther, eOtherFocusModule, name.c_str(), 5);
-      Output().SetOverflow(eOverflowWrite);
-      ModuleStateUnregister(name.c_str(), "state");
-      Output().CloseFile();
-      PauseMs(i % 2);
-    }
-  });
-  std::thread flushes([&] {
-    for (int i = 0; isOn; ++i) {
-      LogNumber("flush", i);
-      KelvikExtra_Flush(100, 1);
-    }
-  });
-  for (int round = 0; round < Rounds(); ++round) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-      registerModule("child", "V1");
-      ModuleStateRegister(
-          "child", "state", [](int, const char*, const char*, void*) { return 0; }, nullptr);
-      SetAttribute(eAttributeOther, eOtherFocusModule, "child", 5);
-      LogNumbers("child", 10);
-      if (KelvikExtra_Flush(kLimitMs, 1) != 0) _exit(41);
-      CGlobal::Instance()->SaveAttribute2File("all");
-      std::exit(0);
-    }
-    EXPECT_EQ(0, WaitForProcess(pid, kLimitMs)) << "round " << round;
-  }
-  isOn = false;
-  changes.join();
-  flushes.join();
-  return 0;
-}
-
-TEST(Fork, LocksHeldByOtherThreadsAreFreeInTheChild) {
-  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
-  KELVIK_SKIP_UNDER_ADDRESS_SANITIZER();
-  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
-  EXPECT_TRUE(RunFork("ForkUnderLocks"));
-}
-
-// A thread is inside Initialize, held up by the buffer lock, while this one forks.
-CHILD_CASE(ForkInsideInitialize) {
-  EXPECT_EQ(0, SetConfigFilePath((args.at(1) + "/fork.ini").c_str()));
-  std::atomic<pid_t> caller{0};
-  Output().m_BufferMutex.lock();
-  std::thread initializes([&] {
-    caller = gettid();
-    EXPECT_EQ(0, Initialize());
-  });
-  const auto isHeldUp = [&] {
-    const std::string stat = ReadFile("/proc/self/task/" + std::to_string(caller) + "/stat");
-    return stat.find(") S ") != std::string::npos;
-  };
-  EXPECT_TRUE(WaitUntil([&] { return caller != 0 && isHeldUp(); }, kLimitMs));
-  const pid_t pid = fork();
-  if (pid == 0) _exit(CGlobal::Instance()->ConfigFileInitialize() == 0 ? 0 : 51);
-  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
-  Output().m_BufferMutex.unlock();
-  initializes.join();
-  EXPECT_EQ(3, CGlobal::Instance()->ConfigFileInitialize());
-  return 0;
-}
-
-TEST(Fork, ChildInitializesThoughAThreadOfTheParentWasAtIt) {
-  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
-  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
-  EXPECT_TRUE(RunFork("ForkInsideInitialize"));
-}
-
-CHILD_CASE(ForkInsideTheFirstCall) {
-  gHoldsMaking = true;
-  std::thread first([] { EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "first\n")); });
-  EXPECT_TRUE(WaitUntil([] { return gIsMaking.load(); }, kLimitMs));
-  std::thread goesOn([] {
-    usleep(100 * 1000);
-    gHoldsMaking = false;
-  });
-  const pid_t pid = fork();
-  if (pid == 0) {
-    gHoldsMaking = false;
-    _exit(KLog(eLogLevelDebug, "net", "rx", "in the child\n") == 2 ? 0 : 61);
-  }
-  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
-  goesOn.join();
-  first.join();
-  return 0;
-}
-
-TEST(Fork, ChildLogsThoughAThreadOfTheParentMadeTheContext) {
-  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
-  EXPECT_TRUE(RunFork("ForkInsideTheFirstCall"));
 }
 
 int gForkRound = 0;

@@ -1,0 +1,140 @@
+// Children of fork() that came while other threads of the parent were inside the library.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "ForkTools.h"
+#include "Relaxed.h"
+
+namespace Kelvik {
+namespace {
+
+std::atomic<bool> gHoldsMaking{false};
+std::atomic<bool> gIsMaking{false};
+
+}  // namespace
+}  // namespace Kelvik
+
+// In place of the system's: the context asks for its terminal while it is made.
+extern "C" int ttyname_r(int, char*, size_t) noexcept {
+  Kelvik::gIsMaking = true;
+  while (Kelvik::gHoldsMaking)
+    usleep(1000);
+  return ENOTTY;
+}
+
+namespace Kelvik {
+namespace {
+
+// Other threads hold every lock of the library in turn while this one forks.
+CHILD_CASE(ForkUnderLocks) {
+  EXPECT_EQ(0, SetConfigFilePath((args.at(1) + "/fork.ini").c_str()));
+  StartEngine(args.at(0), 1024);
+  std::atomic<bool> isOn{true};
+  std::thread changes([&] {
+    for (int i = 0; isOn; ++i) {
+      const std::string name = "module" + std::to_string(i % 50);
+      ModuleStateRegister(
+          name.c_str(), "state", [](int, const char*, const char*, void*) { return 0; }, nullptr);
+      registerModule(name.c_str(), "V1");
+      SetAttribute(eAttributeOther, eOtherFocusModule, name.c_str(), 5);
+      Output().SetOverflow(eOverflowWrite);
+      ModuleStateUnregister(name.c_str(), "state");
+      Output().CloseFile();
+      PauseMs(i % 2);
+    }
+  });
+  std::thread flushes([&] {
+    for (int i = 0; isOn; ++i) {
+      LogNumber("flush", i);
+      KelvikExtra_Flush(100, 1);
+    }
+  });
+  for (int round = 0; round < Rounds(); ++round) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      registerModule("child", "V1");
+      ModuleStateRegister(
+          "child", "state", [](int, const char*, const char*, void*) { return 0; }, nullptr);
+      SetAttribute(eAttributeOther, eOtherFocusModule, "child", 5);
+      LogNumbers("child", 10);
+      if (KelvikExtra_Flush(kLimitMs, 1) != 0) _exit(41);
+      CGlobal::Instance()->SaveAttribute2File("all");
+      std::exit(0);
+    }
+    EXPECT_EQ(0, WaitForProcess(pid, kLimitMs)) << "round " << round;
+  }
+  isOn = false;
+  changes.join();
+  flushes.join();
+  return 0;
+}
+
+TEST(ForkLocks, LocksHeldByOtherThreadsAreFreeInTheChild) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_UNDER_ADDRESS_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
+  EXPECT_TRUE(RunFork("ForkUnderLocks"));
+}
+
+// A thread is inside Initialize, held up by the buffer lock, while this one forks.
+CHILD_CASE(ForkInsideInitialize) {
+  EXPECT_EQ(0, SetConfigFilePath((args.at(1) + "/fork.ini").c_str()));
+  std::atomic<pid_t> caller{0};
+  Output().m_BufferMutex.lock();
+  std::thread initializes([&] {
+    caller = gettid();
+    EXPECT_EQ(0, Initialize());
+  });
+  const auto isHeldUp = [&] {
+    const std::string stat = ReadFile("/proc/self/task/" + std::to_string(caller) + "/stat");
+    return stat.find(") S ") != std::string::npos;
+  };
+  EXPECT_TRUE(WaitUntil([&] { return caller != 0 && isHeldUp(); }, kLimitMs));
+  const pid_t pid = fork();
+  if (pid == 0) _exit(CGlobal::Instance()->ConfigFileInitialize() == 0 ? 0 : 51);
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  Output().m_BufferMutex.unlock();
+  initializes.join();
+  EXPECT_EQ(3, CGlobal::Instance()->ConfigFileInitialize());
+  return 0;
+}
+
+TEST(ForkLocks, ChildInitializesThoughAThreadOfTheParentWasAtIt) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
+  EXPECT_TRUE(RunFork("ForkInsideInitialize"));
+}
+
+CHILD_CASE(ForkInsideTheFirstCall) {
+  gHoldsMaking = true;
+  std::thread first([] { EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "first\n")); });
+  EXPECT_TRUE(WaitUntil([] { return gIsMaking.load(); }, kLimitMs));
+  std::thread goesOn([] {
+    usleep(100 * 1000);
+    gHoldsMaking = false;
+  });
+  const pid_t pid = fork();
+  if (pid == 0) {
+    gHoldsMaking = false;
+    _exit(KLog(eLogLevelDebug, "net", "rx", "in the child\n") == 2 ? 0 : 61);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  goesOn.join();
+  first.join();
+  return 0;
+}
+
+TEST(ForkLocks, ChildLogsThoughAThreadOfTheParentMadeTheContext) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForkInsideTheFirstCall"));
+}
+
+}  // namespace
+}  // namespace Kelvik
