@@ -102,12 +102,15 @@ TEST(KelviklogFailure, AFolderThatCannotBeUsedIsRefusedBeforeAnythingIsRead) {
 
 TEST(KelviklogFailure, AFolderWithoutPermissionIsRefused) {
   const CTempDir folder;
+  const CTempDir counters;
   ASSERT_EQ(chmod(folder.Path().c_str(), 0555), 0);
   Strings command = ProgramCommand(KELVIK_KELVIKLOG, {"--dir", folder.Path()});
   if (geteuid() == 0) {
-    // Root may write everywhere; nobody may not.
-    command.insert(command.begin(),
-                   {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    // Root may write everywhere; nobody may not. That goes for the counters of gcov in the build
+    // folder too, which says so on standard error wherever it is told to report.
+    ASSERT_EQ(chmod(counters.Path().c_str(), 0777), 0);
+    command.insert(command.begin(), {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                                     "env", "GCOV_PREFIX=" + counters.Path()});
   }
   const tagChildResult result = RunCommand(command);
   if (result.m_ExitCode == 126 || result.m_ExitCode == 127) {
