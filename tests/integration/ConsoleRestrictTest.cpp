@@ -347,7 +347,7 @@ void TryUsers(uid_t serverUser, const std::vector<uid_t>& strangers,
   senders.push_back(SendAs(friends[0], port, {"-set test end 1"}));
   const tagChildResult result = server.Wait();
   EXPECT_TRUE(Succeeded(result));
-  EXPECT_EQ(std::string::npos, result.m_Output.find("666")) << result.m_Output;
+  EXPECT_EQ(std::string::npos, result.m_Output.find("value 666")) << result.m_Output;
   EXPECT_EQ(std::string::npos, result.m_Output.find("is error")) << result.m_Output;
   const std::string denied = "denied " + std::to_string(3 * strangers.size()) + "\n";
   EXPECT_NE(std::string::npos, result.m_Output.find(denied)) << result.m_Output;
