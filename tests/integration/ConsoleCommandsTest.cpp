@@ -184,7 +184,8 @@ CHILD_CASE(Refusals) {
        {std::pair<const char*, int>{"-logpath ", 385}, {"-tty ", 407}, {"-focus ", 421}}) {
     // What comes behind it is obeyed all the same.
     EXPECT_TRUE(console.Obey(word + path + " -logcount " + std::to_string(line % 10)));
-    EXPECT_EQ(static_cast<uint32_t>(line % 10), GlobalSettings().m_LogMaxCount);
+    const uint32_t count = GlobalSettings().m_LogMaxCount;  // a packed field takes no reference
+    EXPECT_EQ(static_cast<uint32_t>(line % 10), count);
     const std::string text = TakePrinted(printed);
     const std::string report =
         "Kelvik SetAttribute " + std::to_string(line) + " value invalid : 257\n";
