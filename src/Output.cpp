@@ -19,6 +19,20 @@
 namespace Kelvik {
 namespace {
 
+// One more for a scope, also when the thread is cancelled in it.
+class CCounted {
+ public:
+  explicit CCounted(int32_t& count) : m_Count(count) {
+    __atomic_fetch_add(&m_Count, 1, __ATOMIC_RELAXED);
+  }
+  CCounted(const CCounted&) = delete;
+  CCounted& operator=(const CCounted&) = delete;
+  ~CCounted() { __atomic_fetch_sub(&m_Count, 1, __ATOMIC_RELAXED); }
+
+ private:
+  int32_t& m_Count;
+};
+
 constexpr int32_t kLargestStartBuffer = 5242880;  // bytes
 constexpr uint32_t kFallbackBuffer = 65536;       // bytes
 
@@ -122,12 +136,12 @@ int COutput::Start() {
 }
 
 int COutput::Stop() {
-  // Set before the wake-up, so that a writer that wakes does not wait again.
-  RelaxedStore(m_Stopping, 1);
+  // Before the wake-up, so that a writer that wakes does not wait again; and counted, so that one
+  // that another thread starts meanwhile does not wait at all: the wake-up is not meant for it.
+  const CCounted stopping(m_Stopping);
   m_Signal.signal();
   m_StopSignal.signal();
   m_Thread.Destroy();
-  RelaxedStore(m_Stopping, 0);
   return eResultSuccess;
 }
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "FakeClock.h"
 #include "OutputTools.h"
@@ -332,6 +333,37 @@ CHILD_CASE(ManyChanges) {
 
 TEST(ManyThreads, RecordsStayWholeWhileSettingsChangeAndFilesAreCleared) {
   EXPECT_TRUE(RunCase("ManyChanges", {}, 30000));
+}
+
+// Each of them may wake the worker that another one's Start has just begun.
+CHILD_CASE(StopAndStartTogether) {
+  UseSize(args[0], 4096);
+  EXPECT_EQ(0, Initialize());
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([i] {
+      for (int round = 0; round < 50 * Rounds(); ++round) {
+        if (i != 0) Output().Stop();
+        if (i != 1) Output().Start();
+        if (i != 2 && round % 3 == 0) std::this_thread::yield();
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(0, Output().Stop());
+  EXPECT_FALSE(Output().m_Thread.IsRunning());
+  EXPECT_EQ(0, Output().Start());
+  EXPECT_EQ(0, ClearFileInfo());
+  EXPECT_EQ(0, LogLine("still written"));
+  EXPECT_EQ(0, WriteBufferContent2File());
+  EXPECT_TRUE(WaitUntil(
+      [&] { return AllText(args[1]).find("still written\n") != std::string::npos; }, 30000));
+  return 0;
+}
+
+TEST(Writer, StopsAndStartsOfSeveralThreadsComeToTheirEnds) {
+  EXPECT_TRUE(RunCase("StopAndStartTogether", {}, 60000));
 }
 
 }  // namespace
