@@ -246,15 +246,19 @@ class KELVIK_API COutput : public CThread::IExecute {
   int MakeRecord(eLogLevel level, const char* module, const char* title,
                  const tagAttribute& settings, tagMessage& message)
       __attribute__((visibility("hidden")));
+  int Deliver(tagRecord record);
+
+  // OutputRawRecord.cpp
   int LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
              const tagWriter& writer);
-  int Deliver(tagRecord record);
+  void PrintRaw(eLogLevel level, const char* module, const char* prefix, const char* data);
 
   // OutputTerminal.cpp
   const char* Colour(eLogLevel level, const char* module) const;
   void PrintRecord(const tagRecord& record);
-  void PrintRaw(eLogLevel level, const char* module, const char* prefix, const char* data);
   void AfterPrint(bool failed);
+
+  // OutputRedirect.cpp
   void Recover();
 
   // OutputStore.cpp
@@ -337,7 +341,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   uint8_t m_SlotOpened[kSlotCount];    // this process opened the slot's file since it was named
   uint8_t m_SlotRestored[kSlotCount];  // eRestored: it came from the configuration file
   uint8_t m_SlotUnsynced[kSlotCount];  // the slot's file has text that was not synced to the disk
-  int32_t m_Stopping;                  // the writer thread is to end
+  int32_t m_Stopping;                  // how many threads end the writer thread
   int32_t m_Ended;                     // eLife: whether records are taken and files written
   int16_t m_Overflow;                  // eOverflowPolicy
   int16_t m_WriterOnDemand;  // eOnDemand: whether this is a forked child without its writer yet

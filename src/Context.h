@@ -16,6 +16,16 @@ inline CGlobal* Context() {
   return context != nullptr ? context : CGlobal::Instance();
 }
 
+inline const tagAttribute* GlobalSettings() {
+  return Context()->GetAttribute();
+}
+
+// The settings that a module's records go by; null: the global ones.
+inline const tagAttribute* ModuleSettings(const char* module) {
+  CGlobal* global = Context();
+  return module == nullptr ? global->GetAttribute() : global->GetAttribute(module);
+}
+
 }  // namespace Kelvik
 
 #endif  // KELVIK_CONTEXT_H_

@@ -22,16 +22,6 @@ inline void WriteDigitPair(char* at, uint32_t value) {
   StoreUnaligned(at, LoadUnaligned<uint16_t>(kDigitPairs + size_t{value} * 2));
 }
 
-inline void WriteFourDigits(char* at, uint32_t value) {
-  WriteDigitPair(at, value / 100);
-  WriteDigitPair(at + 2, value % 100);
-}
-
-inline void WriteEightDigits(char* at, uint32_t value) {
-  WriteFourDigits(at, value / 10000);
-  WriteFourDigits(at + 4, value % 10000);
-}
-
 // These return the byte behind the last digit. Zero is "0".
 
 // A value below 100.
@@ -52,34 +42,23 @@ inline char* WriteUpToFourDigits(char* at, uint32_t value) {
   return at + 2;
 }
 
-[[gnu::always_inline]] inline char* WriteDecimal(char* at, uint32_t value) {
-  if (value < 10000) return WriteUpToFourDigits(at, value);
-  if (value < 100000000) {
-    at = WriteUpToFourDigits(at, value / 10000);
-    WriteFourDigits(at, value % 10000);
-    return at + 4;
-  }
-  at = WriteUpToTwoDigits(at, value / 100000000);
-  WriteEightDigits(at, value % 100000000);
-  return at + 8;
-}
+// Any value, by a call.
+char* WriteDecimal(char* at, uint64_t value);
 
-[[gnu::noinline]] inline char* WriteDecimal(char* at, uint64_t value) {
-  constexpr uint32_t kHundredMillion = 100000000;
-  if (value >> 32 == 0) return WriteDecimal(at, static_cast<uint32_t>(value));
-  // Up to twelve digits, and the lowest eight.
-  const uint64_t high = value / kHundredMillion;
-  const auto low = static_cast<uint32_t>(value - high * kHundredMillion);
-  if (high >> 32 == 0) {
-    at = WriteDecimal(at, static_cast<uint32_t>(high));
-  } else {
-    const auto top = static_cast<uint32_t>(high / kHundredMillion);
-    at = WriteUpToFourDigits(at, top);
-    WriteEightDigits(at, static_cast<uint32_t>(high - uint64_t{top} * kHundredMillion));
-    at += 8;
+// Most numbers of a log have eight digits at most: these need no call.
+[[gnu::always_inline]] inline char* WriteDecimal(char* at, uint32_t value) {
+  constexpr uint32_t kTenThousand = 10000;
+  uint32_t head = value;
+  if (value >= kTenThousand) {
+    if (value >= kTenThousand * kTenThousand) return WriteDecimal(at, uint64_t{value});
+    head = value / kTenThousand;
   }
-  WriteEightDigits(at, low);
-  return at + 8;
+  at = WriteUpToFourDigits(at, head);
+  if (head == value) return at;
+  const uint32_t tail = value % kTenThousand;
+  WriteDigitPair(at, tail / 100);
+  WriteDigitPair(at + 2, tail % 100);
+  return at + 4;
 }
 
 // Base 16 (bits = 4) or 8 (bits = 3), with the digits of the given alphabet.

@@ -51,9 +51,13 @@ struct tagLevelGate {
   // Makes a record that was not dropped, with the settings that were found.
   static int MakeRecord(CGlobal& global, eLogLevel level, const char* module, const char* title,
                         const tagAttribute& settings, tagMessage& message) {
-    return Sheltered([&]() -> int {
-      return global.m_Output.MakeRecord(level, module, title, settings, message);
-    });
+    return Sheltered([&] { return MakeOpenly(global, level, module, title, settings, message); });
+  }
+
+  // The same for a caller who lets an exception pass.
+  static int MakeOpenly(CGlobal& global, eLogLevel level, const char* module, const char* title,
+                        const tagAttribute& settings, tagMessage& message) {
+    return global.m_Output.MakeRecord(level, module, title, settings, message);
   }
 
   // The place of a name by its address, for literals that stand side by side as for objects.

@@ -55,6 +55,11 @@ struct tagRecordHead {
   const tagSourcePlace* m_Place;  // null: made without one
 };
 
+// Writes prefix and location into a field of which dateTimeLength bytes stand there already (0:
+// none), and gives the length of the date-time text (0 when it is switched off). Returns the length
+// of it all.
+int WritePrefix(char* field, int room, const tagRecordHead& head, int& dateTimeLength);
+
 // A formatted record on its way to the sinks.
 struct tagRecord {
   eLogLevel m_Level;

@@ -98,41 +98,30 @@ inline char* EmitPlainString(char* at, const char* end, const char* text) {
   return at + length;
 }
 
-inline char* EmitPlainInt(char* at, int value) {
-  unsigned magnitude = static_cast<unsigned>(value);
-  if (value < 0) {
-    *at++ = '-';
-    magnitude = 0 - magnitude;
-  }
-  return WriteDecimal(at, magnitude);
-}
-
-inline char* EmitPlainLong(char* at, long long value) {
-  auto magnitude = static_cast<unsigned long long>(value);
-  if (value < 0) {
-    *at++ = '-';
-    magnitude = 0 - magnitude;
-  }
-  return WriteDecimal(at, uint64_t{magnitude});
-}
-
 // A conversion that does not start with its letter: %ld %lu %lld %llu %zu at once, others in
 // general.
 [[gnu::noinline]] tagFormatPlaces EmitSizedConversion(char* at, const char* end, const char* from,
                                                       tagArgumentList& arguments) {
-  if (from[0] == 'l') {
-    if (from[1] == 'd')
-      return {EmitPlainLong(at, static_cast<long long>(va_arg(arguments.m_List, long))), from + 2};
-    if (from[1] == 'u')
-      return {WriteDecimal(at, uint64_t{va_arg(arguments.m_List, unsigned long)}), from + 2};
-    if (from[1] == 'l' && from[2] == 'd')
-      return {EmitPlainLong(at, va_arg(arguments.m_List, long long)), from + 3};
-    if (from[1] == 'l' && from[2] == 'u')
-      return {WriteDecimal(at, uint64_t{va_arg(arguments.m_List, unsigned long long)}), from + 3};
-  } else if (from[0] == 'z' && from[1] == 'u') {
-    return {WriteDecimal(at, uint64_t{va_arg(arguments.m_List, size_t)}), from + 2};
+  const char* letter = from + 1;
+  uint64_t value;
+  // size_t and unsigned long are one type on some machines, two on others.
+  if (from[0] == 'z' && *letter == 'u') {  // NOLINT(bugprone-branch-clone)
+    value = va_arg(arguments.m_List, size_t);
+  } else if (from[0] == 'l' && *letter == 'd') {
+    value = static_cast<uint64_t>(int64_t{va_arg(arguments.m_List, long)});
+  } else if (from[0] == 'l' && *letter == 'u') {
+    value = va_arg(arguments.m_List, unsigned long);
+  } else if (from[0] == 'l' && *letter == 'l' && (from[2] == 'd' || from[2] == 'u')) {
+    ++letter;
+    value = va_arg(arguments.m_List, unsigned long long);
+  } else {
+    return FormatConversion(at, end, from, arguments);
   }
-  return FormatConversion(at, end, from, arguments);
+  if (*letter == 'd' && static_cast<int64_t>(value) < 0) {
+    *at++ = '-';
+    value = 0 - value;
+  }
+  return {WriteDecimal(at, value), letter + 1};
 }
 
 // Does the conversion behind the '%'; the letters that mostly stand right there are done at once.
@@ -140,9 +129,14 @@ inline tagFormatPlaces EmitConversion(char* at, const char* end, const char* fro
                                       tagArgumentList& arguments) {
   switch (*from) {
     case 'd':
-      return {EmitPlainInt(at, va_arg(arguments.m_List, int)), from + 1};
-    case 'u':
-      return {WriteDecimal(at, va_arg(arguments.m_List, unsigned)), from + 1};
+    case 'u': {
+      unsigned magnitude = va_arg(arguments.m_List, unsigned);
+      if (*from == 'd' && static_cast<int>(magnitude) < 0) {
+        *at++ = '-';
+        magnitude = 0 - magnitude;
+      }
+      return {WriteDecimal(at, magnitude), from + 1};
+    }
     case 's':
       return {EmitPlainString(at, end, va_arg(arguments.m_List, const char*)), from + 1};
     case '%':

@@ -1,12 +1,14 @@
 #include "SelfReport.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 #include <cstring>
 
 #include "Global.h"
 #include "Kelvik.h"
-#include "Output.h"
+#include "LevelGate.h"
+#include "OutputInternal.h"
 
 namespace Kelvik {
 namespace {
@@ -41,10 +43,6 @@ class CReport {
   const bool m_Allowed;
 };
 
-COutput& Output() {
-  return CGlobal::Instance()->GetOutput();
-}
-
 // strerror_r comes in two forms: one returns the text, the other a code and fills the buffer.
 [[maybe_unused]] const char* ErrorTextOf(const char* text, const char*) {
   return text;
@@ -56,49 +54,58 @@ COutput& Output() {
 
 // The text of an errno value; buffer holds kErrorTextBytes and outlives the result.
 const char* ErrorText(int error, char* buffer) {
+  const int callerErrno = errno;
   buffer[0] = '\0';
-  return ErrorTextOf(strerror_r(error, buffer, kErrorTextBytes), buffer);
+  const char* const text = ErrorTextOf(strerror_r(error, buffer, kErrorTextBytes), buffer);
+  errno = callerErrno;
+  return text;
+}
+
+// The global settings decide, whatever a module of that name has.
+__attribute__((format(printf, 2, 3))) void Report(eReportSink sink, const char* format, ...) {
+  CReport report(sink);
+  if (!report.IsAllowed()) return;
+  CGlobal& global = *CGlobal::Instance();
+  const tagAttribute& settings = *global.GetAttribute();
+  if (tagLevelGate::Open(eLogLevelError, format) == nullptr ||
+      tagLevelGate::IsDropped(global, eLogLevelError, settings)) {
+    return;
+  }
+  tagMessage message;
+  message.m_Format = format;
+  message.m_Place = nullptr;
+  va_start(message.m_List, format);
+  tagLevelGate::MakeOpenly(global, eLogLevelError, "Kelvik", "Internal", settings, message);
+  va_end(message.m_List);
 }
 
 }  // namespace
 
 void ReportMessage(const char* source, const char* function, int line, const char* message) {
-  CReport report(eReportSink::kAll);
-  if (!report.IsAllowed()) return;
-  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d %s\n", source, function, line,
-               message);
+  Report(eReportSink::kAll, "%s %s %d %s\n", source, function, line, message);
 }
 
 void ReportNumber(const char* source, const char* function, int line, const char* message,
                   int number) {
-  CReport report(eReportSink::kAll);
-  if (!report.IsAllowed()) return;
-  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d %s : %d\n", source, function, line,
-               message, number);
+  Report(eReportSink::kAll, "%s %s %d %s : %d\n", source, function, line, message, number);
 }
 
 void ReportSystemError(const char* source, const char* function, int line, int error) {
-  CReport report(eReportSink::kAll);
-  if (!report.IsAllowed()) return;
   char buffer[kErrorTextBytes];
-  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d Failed syserr:%d %s\n", source,
-               function, line, error, ErrorText(error, buffer));
+  Report(eReportSink::kAll, "%s %s %d Failed syserr:%d %s\n", source, function, line, error,
+         ErrorText(error, buffer));
 }
 
 void ReportSocketError(const char* source, const char* function, int line, int descriptor,
                        int error) {
-  CReport report(eReportSink::kAll);
-  if (!report.IsAllowed()) return;
   char buffer[kErrorTextBytes];
-  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d Failed:%d syserr:%d %s\n", source,
-               function, line, descriptor, error, ErrorText(error, buffer));
+  Report(eReportSink::kAll, "%s %s %d Failed:%d syserr:%d %s\n", source, function, line, descriptor,
+         error, ErrorText(error, buffer));
 }
 
 void ReportFileFailure(const char* function, int line) {
-  CReport report(eReportSink::kNoFile);
-  if (!report.IsAllowed()) return;
-  Output().Log(eLogLevelError, "Kelvik", "Internal", "%s %s %d %s\n", "Output", function, line,
-               "Attempt to write to the file failed for more than 1 second");
+  Report(eReportSink::kNoFile, "%s %s %d %s\n", "Output", function, line,
+         "Attempt to write to the file failed for more than 1 second");
 }
 
 bool IsReporting() {

@@ -75,23 +75,26 @@ int StartBlocked(pthread_t* handle, void* (*routine)(void*), void* argument, int
 
 void ReportCreateFailure(int code, int error) {
   ReportSystemError("Thread", "Create", 105, error);
+  int line;
+  const char* text;
   switch (code) {
     case EAGAIN:
-      ReportMessage("Thread", "Create", 109,
-                    "pthread_create failed with EAGAIN (thread num limit arrived)\n");
+      line = 109;
+      text = "pthread_create failed with EAGAIN (thread num limit arrived)\n";
       break;
     case EINVAL:
-      ReportMessage("Thread", "Create", 112,
-                    "pthread_create failed with EINVAL (create thread with invalid parameters)\n");
+      line = 112;
+      text = "pthread_create failed with EINVAL (create thread with invalid parameters)\n";
       break;
     case ENOMEM:
-      ReportMessage("Thread", "Create", 115,
-                    "pthread_create failed with ENOMEM (no memeory to create thread)\n");
+      line = 115;
+      text = "pthread_create failed with ENOMEM (no memeory to create thread)\n";
       break;
     default:
       ReportNumber("Thread", "Create", 118, "result", code);
-      break;
+      return;
   }
+  ReportMessage("Thread", "Create", line, text);
 }
 
 }  // namespace

@@ -17,3 +17,7 @@ set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mipsel -L /usr/mipsel-linux-gnu)
 
 # The devices' kernels have 4 KiB pages.
 set(KELVIK_PAGE_SIZE 4096 CACHE STRING "Largest page size of the target's kernels, in bytes")
+
+# Nearly all cores of these devices have the 16-bit instructions of MIPS16e, and the distributions for
+# them use them. OFF for a core without.
+set(KELVIK_MIPS16 ON CACHE BOOL "All but a record's road in the 16-bit instructions (MIPS16e)")
