@@ -359,20 +359,20 @@ TEST(ConsoleLife, CallbackThatEndsTheWorkerLeavesAConsoleThatCanRestart) {
   EXPECT_TRUE(Succeeded(RunChild("ThreadEndInCallback")));
 }
 
-// Notes the terminal in the int of its context and does not return.
+// Notes the terminal in the std::atomic<int> of its context and does not return.
 int ThrowFromDisplay(int fd, const char*, const char*, void* context) {
-  *static_cast<int*>(context) = fd;
+  *static_cast<std::atomic<int>*>(context) = fd;
   throw std::runtime_error("callback");
 }
 
 int EndThreadFromDisplay(int fd, const char*, const char*, void* context) {
-  *static_cast<int*>(context) = fd;
+  *static_cast<std::atomic<int>*>(context) = fd;
   pthread_exit(nullptr);
 }
 
 CHILD_CASE(TerminalAfterDisplay) {
   CTestConsole console;
-  int fd = -1;
+  std::atomic<int> fd{-1};
   ModuleStateRegister("net", "throw", &ThrowFromDisplay, &fd);
   ModuleStateRegister("net", "end", &EndThreadFromDisplay, &fd);
   EXPECT_TRUE(console.Obey("-show /dev/null net throw"));
