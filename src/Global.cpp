@@ -13,6 +13,7 @@
 
 #include "Context.h"
 #include "Kelvik.h"
+#include "NoCancel.h"
 #include "Relaxed.h"
 #include "ScopeLock.h"
 #include "SelfReport.h"
@@ -322,14 +323,21 @@ int CGlobal::Sleep(unsigned int ms) {
 }
 
 // In the order of the locks. What stands in standard output's stream would leave twice, once from
-// each process.
+// each process. It is written with no lock held, since whoever has the stream's may fork as well,
+// and behind a making that goes on, whose first record may stand there next.
 void CGlobal::BeforeFork() {
   if (t_HasMaking) return;  // in a handler of signals, amid the making
   TakeMaking();
-  t_ForkHold = eForkHold::kMaking;
   CGlobal* global = AcquireLoad(g_Context);
+  ReleaseMaking();
+  if (global != nullptr && RelaxedLoad(global->m_Attribute.m_OutputConsole) != 0) {
+    const CNoCancel whole;  // fork() is no place to end a thread
+    std::fflush(stdout);
+  }
+  TakeMaking();
+  t_ForkHold = eForkHold::kMaking;
+  global = AcquireLoad(g_Context);
   if (global == nullptr) return;
-  if (RelaxedLoad(global->m_Attribute.m_OutputConsole) != 0) std::fflush(stdout);
   global->m_ModuleMutex.lock();
   global->m_Output.BeforeFork();
   global->m_ConfigMutex.lock();

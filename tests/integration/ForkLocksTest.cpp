@@ -1,10 +1,13 @@
 // Children of fork() that came while other threads of the parent were inside the library.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -31,6 +34,24 @@ extern "C" int ttyname_r(int, char*, size_t) noexcept {
 
 namespace Kelvik {
 namespace {
+
+// Whether a thread (0: it has not begun) waits for something.
+bool IsHeldUp(pid_t thread) {
+  if (thread == 0) return false;
+  const std::string stat = ReadFile("/proc/self/task/" + std::to_string(thread) + "/stat");
+  return stat.find(") S ") != std::string::npos;
+}
+
+std::atomic<pid_t> gForker{0};
+
+void* ForkOnce(void*) {
+  gForker = gettid();
+  const pid_t pid = fork();
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  if (pid == 0) _exit(0);
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  return nullptr;
+}
 
 // Other threads hold every lock of the library in turn while this one forks.
 CHILD_CASE(ForkUnderLocks) {
@@ -92,11 +113,7 @@ CHILD_CASE(ForkInsideInitialize) {
     caller = gettid();
     EXPECT_EQ(0, Initialize());
   });
-  const auto isHeldUp = [&] {
-    const std::string stat = ReadFile("/proc/self/task/" + std::to_string(caller) + "/stat");
-    return stat.find(") S ") != std::string::npos;
-  };
-  EXPECT_TRUE(WaitUntil([&] { return caller != 0 && isHeldUp(); }, kLimitMs));
+  EXPECT_TRUE(WaitUntil([&] { return IsHeldUp(caller); }, kLimitMs));
   const pid_t pid = fork();
   if (pid == 0) _exit(CGlobal::Instance()->ConfigFileInitialize() == 0 ? 0 : 51);
   EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
@@ -134,6 +151,57 @@ CHILD_CASE(ForkInsideTheFirstCall) {
 TEST(ForkLocks, ChildLogsThoughAThreadOfTheParentMadeTheContext) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
   EXPECT_TRUE(RunFork("ForkInsideTheFirstCall"));
+}
+
+// Two threads fork at once, one of which holds standard output's lock.
+CHILD_CASE(ForksBesideTheStream) {
+  EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "first\n"));
+  ::flockfile(stdout);
+  std::thread other([] { ForkOnce(nullptr); });
+  EXPECT_TRUE(WaitUntil([] { return IsHeldUp(gForker); }, kLimitMs));
+  ForkOnce(nullptr);
+  ::funlockfile(stdout);
+  other.join();
+  return 0;
+}
+
+TEST(ForkLocks, ForkWaitsForTheStreamWithNoLockHeld) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("ForksBesideTheStream"));
+}
+
+// A thread is cancelled while its fork waits for whoever reads standard output.
+CHILD_CASE(CancelInsideFork) {
+  EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "first\n"));
+  int ends[2] = {-1, -1};
+  EXPECT_EQ(0, pipe(ends));
+  const char fill[512] = {};
+  EXPECT_EQ(0, fcntl(ends[1], F_SETFL, O_NONBLOCK));
+  while (write(ends[1], fill, sizeof(fill)) > 0) {
+  }
+  EXPECT_EQ(0, fcntl(ends[1], F_SETFL, 0));
+  std::fflush(stdout);
+  const int before = dup(STDOUT_FILENO);
+  EXPECT_EQ(STDOUT_FILENO, dup2(ends[1], STDOUT_FILENO));
+  std::printf("held up");
+  pthread_t forker;
+  EXPECT_EQ(0, pthread_create(&forker, nullptr, &ForkOnce, nullptr));
+  EXPECT_TRUE(WaitUntil([] { return IsHeldUp(gForker); }, kLimitMs));
+  EXPECT_EQ(0, pthread_cancel(forker));
+  PauseMs(100);
+  char taken[4096];
+  EXPECT_LT(0, read(ends[0], taken, sizeof(taken)));
+  void* result = PTHREAD_CANCELED;
+  EXPECT_EQ(0, pthread_join(forker, &result));
+  EXPECT_EQ(nullptr, result) << "its fork came to its end";
+  EXPECT_EQ(STDOUT_FILENO, dup2(before, STDOUT_FILENO));
+  ForkOnce(nullptr);
+  return 0;
+}
+
+TEST(ForkLocks, ForkOfAThreadThatIsCancelledComesToItsEnd) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("CancelInsideFork"));
 }
 
 }  // namespace
