@@ -6,6 +6,8 @@
 
 #include "Output.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -112,8 +114,11 @@ int COutput::Initialize() {
   m_TerminalRecords = 0;
   m_SystemRecords = 0;
   m_Focus.Clear();
-  std::memset(m_ConsolePath, 0, sizeof(m_ConsolePath));
-  GetConsolePath();
+  // As GetConsolePath, but without the stream's lock: nobody else knows the engine yet, and whoever
+  // has the stream may wait for the context that this makes.
+  if (::ttyname_r(STDIN_FILENO, m_ConsolePath, sizeof(m_ConsolePath)) != 0) {
+    m_ConsolePath[0] = '\0';
+  }
   return eResultSuccess;
 }
 

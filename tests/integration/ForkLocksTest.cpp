@@ -20,16 +20,19 @@ namespace {
 
 std::atomic<bool> gHoldsMaking{false};
 std::atomic<bool> gIsMaking{false};
+std::atomic<bool> gHasTerminal{false};
 
 }  // namespace
 }  // namespace Kelvik
 
 // In place of the system's: the context asks for its terminal while it is made.
-extern "C" int ttyname_r(int, char*, size_t) noexcept {
+extern "C" int ttyname_r(int, char* path, size_t room) noexcept {
   Kelvik::gIsMaking = true;
   while (Kelvik::gHoldsMaking)
     usleep(1000);
-  return ENOTTY;
+  if (!Kelvik::gHasTerminal) return ENOTTY;
+  std::snprintf(path, room, "/dev/null");
+  return 0;
 }
 
 namespace Kelvik {
@@ -151,6 +154,32 @@ CHILD_CASE(ForkInsideTheFirstCall) {
 TEST(ForkLocks, ChildLogsThoughAThreadOfTheParentMadeTheContext) {
   KELVIK_SKIP_UNDER_THREAD_SANITIZER();
   EXPECT_TRUE(RunFork("ForkInsideTheFirstCall"));
+}
+
+// One thread makes the context while another one, which holds standard output's lock, waits for it.
+CHILD_CASE(FirstCallsBesideTheStream) {
+  gHasTerminal = true;
+  gHoldsMaking = true;
+  ::flockfile(stdout);
+  std::thread first([] { EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "first\n")); });
+  EXPECT_TRUE(WaitUntil([] { return gIsMaking.load(); }, kLimitMs));
+  gHoldsMaking = false;
+  if (args.at(2) == "fork") {
+    const pid_t pid = fork();
+    if (pid == 0) _exit(0);
+    EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  }
+  EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "second\n"));
+  ::funlockfile(stdout);
+  first.join();
+  EXPECT_STREQ("/dev/null", Output().m_ConsolePath);
+  return 0;
+}
+
+TEST(ForkLocks, ContextIsMadeWithoutTheStreamsLock) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  EXPECT_TRUE(RunFork("FirstCallsBesideTheStream", {"log"}));
+  EXPECT_TRUE(RunFork("FirstCallsBesideTheStream", {"fork"}));
 }
 
 // Two threads fork at once, one of which holds standard output's lock.
