@@ -26,6 +26,9 @@ inline const tagAttribute* ModuleSettings(const char* module) {
   return module == nullptr ? global->GetAttribute() : global->GetAttribute(module);
 }
 
+// In a child made by fork(), where a thread that was inside ConfigFileInitialize may not exist.
+void FreeInitializeInChild();
+
 }  // namespace Kelvik
 
 #endif  // KELVIK_CONTEXT_H_

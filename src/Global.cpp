@@ -369,6 +369,7 @@ void CGlobal::AfterForkInChild() {
     AfterForkOfTimeInChild();
     global->m_ModuleState.AfterForkInChild();
     global->m_ConfigMutex.AfterForkInChild();
+    FreeInitializeInChild();
     global->m_Output.AfterForkInChild();
     global->m_ModuleMutex.AfterForkInChild();
     global->m_Console.AfterForkInChild();

@@ -17,10 +17,12 @@
 #include <string>
 
 #include "ConfigEdit.h"
+#include "Context.h"
 #include "Global.h"
 #include "IniFile.h"
 #include "Kelvik.h"
 #include "KelvikExtra.h"
+#include "OutputInternal.h"
 #include "Relaxed.h"
 #include "TextMatch.h"
 
@@ -117,17 +119,9 @@ struct tagFileSettings {
 // place, but not in a child made by fork() for one that lives in the parent alone.
 pthread_mutex_t s_InitializeMutex = PTHREAD_MUTEX_INITIALIZER;
 
-void FreeInitializeInChild() {
-  ::pthread_mutex_init(&s_InitializeMutex, nullptr);
-}
-
 class CInitializeGuard {
  public:
-  CInitializeGuard() {
-    static const int s_IsNoted = ::pthread_atfork(nullptr, nullptr, &FreeInitializeInChild);
-    static_cast<void>(s_IsNoted);
-    ::pthread_mutex_lock(&s_InitializeMutex);
-  }
+  CInitializeGuard() { ::pthread_mutex_lock(&s_InitializeMutex); }
   ~CInitializeGuard() { ::pthread_mutex_unlock(&s_InitializeMutex); }
   CInitializeGuard(const CInitializeGuard&) = delete;
   CInitializeGuard& operator=(const CInitializeGuard&) = delete;
@@ -246,6 +240,10 @@ void WriteModule(xini_section_t& section, const tagAttribute& record) {
 
 }  // namespace
 
+void FreeInitializeInChild() {
+  ::pthread_mutex_init(&s_InitializeMutex, nullptr);
+}
+
 int CGlobal::ConfigFileInitialize() {
   int result = eResultInvalid;
   {
@@ -278,10 +276,12 @@ int CGlobal::ConfigFileInitialize() {
         RestoreRing(m_Output, settings, read == kKeep ? count : read);
       }
     }
+    RelaxedStore(g_WriterIsStarting, true);
     RelaxedStore(s_ConfigLoaded, true);
   }
   // With no lock held: what a start reports may be a record that calls the program back.
   m_Output.Start();
+  RelaxedStore(g_WriterIsStarting, false);
   return result;
 }
 

@@ -40,6 +40,8 @@ constexpr uint32_t kFallbackBuffer = 65536;       // bytes
 
 }  // namespace
 
+bool g_WriterIsStarting = false;
+
 COutput::COutput() : m_Thread("Kelvik::COutput") {
   Initialize();
 }
@@ -134,6 +136,7 @@ int COutput::Start() {
         return eResultFailure;
       }
     }
+    RelaxedStore(m_WriterOnDemand, eOnDemandNo);  // a forked child's starts here
   }
   m_StopSignal.create();  // takes back what an earlier Stop left pending
   m_Thread.Create(this);

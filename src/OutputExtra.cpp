@@ -241,7 +241,8 @@ void COutput::AfterForkInChild() {
   m_Signal.AfterForkInChild();
   m_StopSignal.AfterForkInChild();
   m_Focus.AfterForkInChild();
-  if (m_Thread.IsRunning()) m_WriterOnDemand = eOnDemandIdle;
+  if (g_WriterIsStarting || m_Thread.IsRunning()) m_WriterOnDemand = eOnDemandIdle;
+  g_WriterIsStarting = false;
   m_Thread.AfterForkInChild();
   m_FrontLength = 0;
   m_FrontRecords = 0;

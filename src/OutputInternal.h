@@ -16,6 +16,10 @@ constexpr int kColourBytes = 8;             // room for a colour sequence before
 constexpr int kSmallestBuffer = 1024;       // bytes; below it every record is written directly
 constexpr int32_t kSmallestInterval = 200;  // milliseconds; below it no text is handed over by time
 
+// A thread is about to start the writer, under settings that are in place. In a child of a fork
+// that comes now the writer starts on demand, as in one that comes later.
+extern bool g_WriterIsStarting __attribute__((visibility("hidden")));
+
 // A write that met a full disk, inside the engine; its callers turn it into eResultFailure after
 // the files have been cleared.
 constexpr int kDiskFull = -1;

@@ -132,6 +132,53 @@ TEST(ForkLocks, ChildInitializesThoughAThreadOfTheParentWasAtIt) {
   EXPECT_TRUE(RunFork("ForkInsideInitialize"));
 }
 
+// Without a configuration file the buffer lock holds a thread up where it starts the writer.
+CHILD_CASE(ForkInsideTheStart) {
+  UseSize(args.at(0), 1024, kHugeFile);
+  std::atomic<pid_t> caller{0};
+  Output().m_BufferMutex.lock();
+  std::thread initializes([&] {
+    caller = gettid();
+    EXPECT_EQ(0, Initialize());
+  });
+  EXPECT_TRUE(WaitUntil([&] { return IsHeldUp(caller); }, kLimitMs));
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (Initialize() != 0 || LogNumber("child", 0) != 0) _exit(51);
+    WriteBufferContent2File();
+    if (!Output().m_Thread.IsRunning()) _exit(52);
+    _exit(KelvikExtra_Flush(kLimitMs, 0) == 0 ? 0 : 53);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  Output().m_BufferMutex.unlock();
+  initializes.join();
+  return 0;
+}
+
+TEST(ForkLocks, ChildHasItsWriterThoughAThreadOfTheParentStartedOne) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
+  EXPECT_TRUE(RunFork("ForkInsideTheStart"));
+}
+
+CHILD_CASE(ForkAndStart) {
+  StartEngine(args.at(0), 1024);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (Output().Start() != 0 || LogNumber("child", 0) != 0) _exit(71);
+    if (KelvikExtra_Flush(kLimitMs, 0) != 0) _exit(72);
+    _exit(Statistics().m_RecordsAccepted == 1 ? 0 : 73);
+  }
+  EXPECT_EQ(0, WaitForProcess(pid, kLimitMs));
+  return 0;
+}
+
+TEST(ForkLocks, WriterThatTheChildStartsIsNotStartedOnceMore) {
+  KELVIK_SKIP_UNDER_THREAD_SANITIZER();
+  KELVIK_SKIP_WITHOUT_THREADS_IN_FORKED_CHILDREN();
+  EXPECT_TRUE(RunFork("ForkAndStart"));
+}
+
 CHILD_CASE(ForkInsideTheFirstCall) {
   gHoldsMaking = true;
   std::thread first([] { EXPECT_EQ(2, KLog(eLogLevelDebug, "net", "rx", "first\n")); });
