@@ -73,8 +73,9 @@ check_cxx_compiler_flag(-Oz KELVIK_HAS_OZ)
 option(KELVIK_MIPS16 "MIPS: all but a record's road in the 16-bit instructions (MIPS16e)" OFF)
 if(KELVIK_MIPS16)
   check_cxx_compiler_flag(-mips16 KELVIK_HAS_MIPS16)
-  if(NOT KELVIK_HAS_MIPS16)
-    message(FATAL_ERROR "KELVIK_MIPS16 is ON, but the compiler has no -mips16")
+  # clang takes the option and fails with the sources.
+  if(NOT KELVIK_HAS_MIPS16 OR NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    message(FATAL_ERROR "KELVIK_MIPS16 is ON, but the compiler is no gcc with -mips16")
   endif()
 endif()
 # Only the wish is kept: what AUTO means is found anew for another build type.
