@@ -9,13 +9,15 @@
 
 namespace {
 
-const unsigned char kPacket[16] = {0x45, 0x00, 0x05, 0xdc, 0x1c, 0x46, 0x40, 0x00,
-                                   0x40, 0x06, 0xb1, 0xe6, 0xc0, 0xa8, 0x00, 0x11};
+// Volatile, or clang works the dump out as it compiles.
+const volatile unsigned char kPacket[16] = {0x45, 0x00, 0x05, 0xdc, 0x1c, 0x46, 0x40, 0x00,
+                                            0x40, 0x06, 0xb1, 0xe6, 0xc0, 0xa8, 0x00, 0x11};
 
 __attribute__((noinline)) const char* Dump(char* text) {
   static constexpr char kDigits[] = "0123456789abcdef";
   char* at = text;
-  for (const unsigned char byte : kPacket) {
+  for (const volatile unsigned char& each : kPacket) {
+    const unsigned byte = each;
     *at++ = kDigits[byte >> 4];
     *at++ = kDigits[byte & 15];
     *at++ = ' ';
