@@ -38,7 +38,6 @@ void PollPause() {
 
 // Takes the mutex unless the deadline passes first.
 bool LockUntil(CMutex& mutex, CSteadyClock::time_point deadline) {
-  const CNoCancel whole;  // it may hold the other mutex
   for (int tries = 1; mutex.trylock() != eResultSuccess; ++tries) {
     if (CSteadyClock::now() >= deadline) return false;
     if (tries % kLockTries == 0) {
@@ -95,6 +94,7 @@ void COutput::SetRotationCallback(void (*callback)(const char* path, void* conte
 // go on logging. Nothing is written here as long as there is a writer thread, so that a disk that
 // hangs does not hang the caller.
 int COutput::Flush(unsigned timeoutMs, bool toDisk) {
+  const CNoCancel whole;  // what is looked at under locks, and the files that are to be synced
   const auto deadline = CSteadyClock::now() + std::chrono::milliseconds(timeoutMs);
   const tagWriter* failed = nullptr;
   uint32_t first = 0;

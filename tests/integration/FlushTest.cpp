@@ -1,6 +1,7 @@
 // Waiting until what was logged is in its file, and on the disk.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@ namespace {
 
 std::atomic<int> gSyncs{0};
 std::atomic<int> gSyncError{0};  // 0: the sync is done
+std::atomic<bool> gHoldsSync{false};
 
 }  // namespace
 
@@ -24,6 +26,8 @@ int __real_fdatasync(int fd);
 int __wrap_fdatasync(int fd);
 int __wrap_fdatasync(int fd) {
   ++gSyncs;
+  while (gHoldsSync)
+    usleep(1000);
   if (gSyncError != 0) {
     errno = gSyncError;
     return -1;
@@ -167,6 +171,36 @@ CHILD_CASE(FlushToDisk) {
 
 TEST(Flush, ToDiskSyncsEveryFileThatHasNewText) {
   EXPECT_TRUE(RunCase("FlushToDisk"));
+}
+
+void* SyncOnce(void*) {
+  KelvikExtra_Flush(20000, 1);
+  return nullptr;
+}
+
+CHILD_CASE(FlushCancelled) {
+  UseSize(args.at(0), 4096, kHugeFile);
+  EXPECT_EQ(0, Initialize());
+  EXPECT_EQ(0, LogNumber("main", 0));
+  EXPECT_EQ(0, KelvikExtra_Flush(20000, 0));
+  const int open = OpenDescriptors();
+  gHoldsSync = true;
+  pthread_t flusher;
+  EXPECT_EQ(0, pthread_create(&flusher, nullptr, &SyncOnce, nullptr));
+  EXPECT_TRUE(WaitUntil([] { return gSyncs == 1; }, 20000));
+  EXPECT_EQ(0, pthread_cancel(flusher));
+  PauseMs(50);
+  gHoldsSync = false;
+  EXPECT_EQ(0, pthread_join(flusher, nullptr));
+  EXPECT_EQ(open, OpenDescriptors());
+  return 0;
+}
+
+TEST(Flush, ThreadThatIsCancelledInASyncLeavesNoDescriptorBehind) {
+#if KELVIK_TEST_THREAD_SANITIZER
+  GTEST_SKIP() << "the thread sanitizer does not follow threads that are cancelled";
+#endif
+  EXPECT_TRUE(RunCase("FlushCancelled"));
 }
 
 }  // namespace
