@@ -165,8 +165,9 @@ class KELVIK_API COutput : public CThread::IExecute {
   int ClearFile();
 
   // Restores the name of a slot (0..9; others are ignored). A path that begins with the log path
-  // and has 128 characters or more, or no '/', is kept as its bare name; another one is not
-  // restored when it is as long, and a path of the working folder without a '/'. Returns 0.
+  // and has 128 characters or more, or no '/', is kept as its bare name; another one that is as
+  // long is not restored. A path of 19 characters or more without a '/' that does not begin with
+  // the log path is one of the working folder and kept as "./" and the path. Returns 0.
   int SetLogName(int slot, const char* name);
 
   // Makes slot (0..9; others are ignored) the current one; when size rotation is on and the slot
