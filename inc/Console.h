@@ -58,29 +58,29 @@ class KELVIK_API CConsole : public CThread::IExecute {
 
   // Datagrams that were obeyed and that were not, since the process (or the forked child) began;
   // modulo the width of a pointer.
-  void GetCounters(uint64_t& accepted, uint64_t& refused) const;
+  KELVIK_INTERNAL void GetCounters(uint64_t& accepted, uint64_t& refused) const;
 
   // From now on only what the flags (eConsoleRestriction) leave is obeyed; also by later runs, and
   // in a child made by fork(). Returns eResultSuccess, or eResultInvalid, changing nothing, for
   // flags that it does not know.
-  int Restrict(unsigned flags);
+  KELVIK_INTERNAL int Restrict(unsigned flags);
 
   // Datagrams and commands that were not obeyed because of Restrict; counted as GetCounters counts.
-  void GetDenied(uint64_t& datagrams, uint64_t& commands) const;
+  KELVIK_INTERNAL void GetDenied(uint64_t& datagrams, uint64_t& commands) const;
 
   // In a child made by fork(): closed, whatever the parent was doing with it; Create works again.
   // The parent's console stays open. For the child's only thread.
-  void AfterForkInChild();
+  KELVIK_INTERNAL void AfterForkInChild();
 
  private:
   enum class eChange { kNone, kCreating, kEnding };
 
-  bool BeginChange(eChange change);
-  void EndChange();
-  int OpenSocket(const char* address, unsigned short port, int* line, int* error);
-  void Close();
-  void WakeWorker();
-  void ObeyAll(char* text);
+  KELVIK_INTERNAL bool BeginChange(eChange change);
+  KELVIK_INTERNAL void EndChange();
+  KELVIK_INTERNAL int OpenSocket(const char* address, unsigned short port, int* line, int* error);
+  KELVIK_INTERNAL void Close();
+  KELVIK_INTERNAL void WakeWorker();
+  KELVIK_INTERNAL void ObeyAll(char* text);
 
   // Additions behind the members above.
   uintptr_t m_Accepted;         // datagrams obeyed

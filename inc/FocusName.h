@@ -6,8 +6,6 @@
 
 #include <cstdint>
 
-#include "Export.h"
-
 namespace Kelvik {
 
 struct tagFocusText;
@@ -15,7 +13,7 @@ struct tagFocusText;
 // A name of any length, or none. Any thread may set it while others compare with it: a reader sees
 // the old name or the new one, never a mixture, and waits for nobody. A name that was replaced is
 // freed when no reader can be looking at it.
-class KELVIK_API CFocusName {
+class CFocusName {
  public:
   CFocusName();
   // A copy starts out with no name; an assignment changes nothing.

@@ -29,7 +29,7 @@ class KELVIK_API CGlobal {
   static CGlobal* Instance();
 
   // True once the context has ended.
-  static bool IsEnded();
+  KELVIK_INTERNAL static bool IsEnded();
 
   CGlobal();
   ~CGlobal();
@@ -79,10 +79,11 @@ class KELVIK_API CGlobal {
   int SetLogFilePath(const char* path);
 
   // Stores without the checks above (the attribute requests have their own).
-  void SetLogPath(const char* path);  // at most 256 characters; fills the field with zeros
-  void SetLogMaxSize(uint32_t bytes);
-  void SetLogMaxDuration(uint32_t seconds);
-  void StoreLogMaxCount(uint32_t count);
+  KELVIK_INTERNAL void SetLogPath(
+      const char* path);  // at most 256 characters; fills the field with zeros
+  KELVIK_INTERNAL void SetLogMaxSize(uint32_t bytes);
+  KELVIK_INTERNAL void SetLogMaxDuration(uint32_t seconds);
+  KELVIK_INTERNAL void StoreLogMaxCount(uint32_t count);
 
   // --- Time: Global.cpp ---
 
@@ -159,7 +160,7 @@ class KELVIK_API CGlobal {
   const tagModuleNode* FirstModule() const {
     return __atomic_load_n(&m_FirstModule, __ATOMIC_ACQUIRE);
   }
-  static const tagModuleNode* NextModule(const tagModuleNode* node);
+  KELVIK_INTERNAL static const tagModuleNode* NextModule(const tagModuleNode* node);
 
   static bool s_ConfigPathSet;  // the configuration path was set
   static bool s_ConfigLoaded;   // ConfigFileInitialize has run
@@ -167,9 +168,9 @@ class KELVIK_API CGlobal {
   // Registered with pthread_atfork as the library is loaded: the engine's and the registries' locks
   // are held across fork(), so that the child finds whole data. In the child they are made anew,
   // the console is closed, and the parent's buffered text is dropped (the parent writes it).
-  static void BeforeFork();
-  static void AfterForkInParent();
-  static void AfterForkInChild();
+  KELVIK_INTERNAL static void BeforeFork();
+  KELVIK_INTERNAL static void AfterForkInParent();
+  KELVIK_INTERNAL static void AfterForkInChild();
 
  private:
   friend struct tagContext;
@@ -187,15 +188,16 @@ class KELVIK_API CGlobal {
   };
 
   tagAttribute* FindAttribute(const char* module);
-  tagAttribute* FindByLetters(const char* module);
-  tagKnownName* AddKnownName(const char* module, size_t length, tagKnownName*& bucket);
-  void AddEmptyName();
-  tagAttribute* WalkModules(const char* module);
-  void End();
-  void PublishModule(tagModuleNode* node);
+  KELVIK_INTERNAL tagAttribute* FindByLetters(const char* module);
+  KELVIK_INTERNAL tagKnownName* AddKnownName(const char* module, size_t length,
+                                             tagKnownName*& bucket);
+  KELVIK_INTERNAL void AddEmptyName();
+  KELVIK_INTERNAL tagAttribute* WalkModules(const char* module);
+  KELVIK_INTERNAL void End();
+  KELVIK_INTERNAL void PublishModule(tagModuleNode* node);
   // Stores one of m_Attribute's words, given by its offset in the record, under the buffer lock.
-  void StoreWord(size_t offset, uint32_t value);
-  void FreeModules();
+  KELVIK_INTERNAL void StoreWord(size_t offset, uint32_t value);
+  KELVIK_INTERNAL void FreeModules();
 
   tagModuleNode* m_FirstModule;
   CMutex m_ModuleMutex;  // registration of modules, known names, configuration path

@@ -68,22 +68,22 @@ class KELVIK_API CModuleState {
   std::list<tagModule>& GetModules() { return m_Modules; }
 
   // A copy of the display list as it stands; empty without memory.
-  std::list<tagModule> CopyModules();
+  KELVIK_INTERNAL std::list<tagModule> CopyModules();
 
   // Drops the display callbacks; the parameter callbacks stay. Returns eResultSuccess.
   int Initialize();
 
   // Around fork(): the lists are whole in the child.
-  void BeforeFork();
-  void AfterForkInParent();
-  void AfterForkInChild();
+  KELVIK_INTERNAL void BeforeFork();
+  KELVIK_INTERNAL void AfterForkInParent();
+  KELVIK_INTERNAL void AfterForkInChild();
 
  private:
-  int Add(std::list<tagModule>& list, const char* module, const char* title,
-          DisplayCallback callback, void* param);
-  int Remove(std::list<tagModule>& list, const char* module, const char* title);
-  bool Find(const std::list<tagModule>& list, const char* module, const char* title,
-            DisplayCallback* callback, void** param);
+  KELVIK_INTERNAL int Add(std::list<tagModule>& list, const char* module, const char* title,
+                          DisplayCallback callback, void* param);
+  KELVIK_INTERNAL int Remove(std::list<tagModule>& list, const char* module, const char* title);
+  KELVIK_INTERNAL bool Find(const std::list<tagModule>& list, const char* module, const char* title,
+                            DisplayCallback* callback, void** param);
 
   std::list<tagModule> m_Modules;       // displays; guarded by m_Mutex
   std::list<tagModule> m_ParamModules;  // parameters; guarded by m_Mutex

@@ -55,7 +55,7 @@ class KELVIK_API CMutex {
 
   // In a child made by fork(), where the thread that held the mutex may not exist: makes it anew,
   // unlocked. For the child's only thread.
-  void AfterForkInChild();
+  KELVIK_INTERNAL void AfterForkInChild();
 
  private:
   int WaitSpinning();

@@ -66,10 +66,10 @@ class KELVIK_API COutput : public CThread::IExecute {
   // Process end: refuses records from now on, ends the writer thread, and writes what the buffers
   // hold under the settings as they stand. Mutexes and memory stay, since other threads may still
   // be inside a call. Returns 0.
-  int Finish();
+  KELVIK_INTERNAL int Finish();
 
   // Copies the counters.
-  void GetStatistics(tagOutputStatistics& statistics);
+  KELVIK_INTERNAL void GetStatistics(tagOutputStatistics& statistics);
 
   // --- Records: OutputRecord.cpp ---
   // Results: 0 done; 1 write failed or the context has ended; 2 level switched off; 3 bad level
@@ -183,28 +183,29 @@ class KELVIK_API COutput : public CThread::IExecute {
   // default), or see it written first by the calling thread, so that no accepted record is lost to
   // speed; a change of the buffer size then writes both buffers first. Returns 0, or 3 for another
   // value.
-  int SetOverflow(eOverflowPolicy policy);
+  KELVIK_INTERNAL int SetOverflow(eOverflowPolicy policy);
 
   // Returns 0 once every record accepted before the call is in its file (toDisk: and on the disk),
   // 4 when that takes longer than timeoutMs, 1 when a record was lost on the way.
-  int Flush(unsigned timeoutMs, bool toDisk);
+  KELVIK_INTERNAL int Flush(unsigned timeoutMs, bool toDisk);
 
   // callback(path, context) is called after a rotation with the path of the finished file, outside
   // all locks, by the thread that rotated or one that logs. null: none.
-  void SetRotationCallback(void (*callback)(const char* path, void* context), void* context);
+  KELVIK_INTERNAL void SetRotationCallback(void (*callback)(const char* path, void* context),
+                                           void* context);
 
   // Async-signal-safe: writes what both buffers hold to the current file without a lock. For a
   // process that is about to die.
-  void CrashWrite();
+  KELVIK_INTERNAL void CrashWrite();
 
   // Makes sure that a file is open whenever records wait in the buffers, for CrashWrite's sake.
-  void KeepFileOpen();
+  KELVIK_INTERNAL void KeepFileOpen();
 
   // Around fork(): both mutexes are held across it. In the child they are made anew, the parent's
   // buffered text is dropped (the parent writes it), and the writer starts on demand.
-  void BeforeFork();
-  void AfterForkInParent();
-  void AfterForkInChild();
+  KELVIK_INTERNAL void BeforeFork();
+  KELVIK_INTERNAL void AfterForkInParent();
+  KELVIK_INTERNAL void AfterForkInChild();
 
   // --- Members ---
   // Public for inspection only.
@@ -243,95 +244,99 @@ class KELVIK_API COutput : public CThread::IExecute {
   friend struct tagLevelGate;
 
   // OutputRecord.cpp. MakeRecord is for a level that passes.
-  bool IsTurnedAway(eLogLevel level, const tagAttribute& settings, int& result);
-  int MakeRecord(eLogLevel level, const char* module, const char* title,
-                 const tagAttribute& settings, tagMessage& message)
-      __attribute__((visibility("hidden")));
-  int Deliver(tagRecord record);
+  KELVIK_INTERNAL bool IsTurnedAway(eLogLevel level, const tagAttribute& settings, int& result);
+  KELVIK_INTERNAL int MakeRecord(eLogLevel level, const char* module, const char* title,
+                                 const tagAttribute& settings, tagMessage& message);
+  KELVIK_INTERNAL int Deliver(tagRecord record);
 
   // OutputRawRecord.cpp
-  int LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
-             const tagWriter& writer);
-  void PrintRaw(eLogLevel level, const char* module, const char* prefix, const char* data);
+  KELVIK_INTERNAL int LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,
+                             const tagWriter& writer);
+  KELVIK_INTERNAL void PrintRaw(eLogLevel level, const char* module, const char* prefix,
+                                const char* data);
 
   // OutputTerminal.cpp
-  const char* Colour(eLogLevel level, const char* module) const;
-  void PrintRecord(const tagRecord& record);
-  void AfterPrint(bool failed);
+  KELVIK_INTERNAL const char* Colour(eLogLevel level, const char* module) const;
+  KELVIK_INTERNAL void PrintRecord(const tagRecord& record);
+  KELVIK_INTERNAL void AfterPrint(bool failed);
 
   // OutputRedirect.cpp
-  void Recover();
+  KELVIK_INTERNAL void Recover();
 
   // OutputStore.cpp
-  int StoreRecord(const char* text, int length);
-  bool AppendQuickly(const char* text, uint32_t bytes);
+  KELVIK_INTERNAL int StoreRecord(const char* text, int length);
+  KELVIK_INTERNAL bool AppendQuickly(const char* text, uint32_t bytes);
 
   // OutputBuffer.cpp. What stores or hands over holds m_BufferMutex. failed is set to the writer
   // whose failure is to be reported once all locks are released.
-  int StoreSlowly(const char* text, int length);
-  int StoreBySize(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
-  int StoreByTime(const tagLimits& limits, const char* text, int length, const tagWriter*& failed);
-  int StoreAtTimeUp(const tagLimits& limits, int32_t now, const char* text, int length,
-                    const tagWriter*& failed);
-  void RequestRotation();
-  int Append(const tagWriter& writer, const tagLimits& limits, const char* text, int length,
-             const tagWriter*& failed);
-  int WriteDirect(const tagWriter& writer, const char* text, int length, const tagWriter*& failed);
-  int WriteWaiting(const tagWriter& writer, const tagWriter*& failed);
-  bool MakeBuffers(uint32_t size);
-  void DropBuffers();
-  void HandOver(const tagWriter*& failed);
-  void ExchangeBuffers();
-  void EmptyFront();
-  void HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed);
-  int WriteBackFirst(const tagWriter& writer, const tagWriter*& failed);
-  void DropBack(bool replaced);
-  void WakeWriter();
-  void WakeWantedWriter();
-  void StartWantedWriter();
+  KELVIK_INTERNAL int StoreSlowly(const char* text, int length);
+  KELVIK_INTERNAL int StoreBySize(const tagLimits& limits, const char* text, int length,
+                                  const tagWriter*& failed);
+  KELVIK_INTERNAL int StoreByTime(const tagLimits& limits, const char* text, int length,
+                                  const tagWriter*& failed);
+  KELVIK_INTERNAL int StoreAtTimeUp(const tagLimits& limits, int32_t now, const char* text,
+                                    int length, const tagWriter*& failed);
+  KELVIK_INTERNAL void RequestRotation();
+  KELVIK_INTERNAL int Append(const tagWriter& writer, const tagLimits& limits, const char* text,
+                             int length, const tagWriter*& failed);
+  KELVIK_INTERNAL int WriteDirect(const tagWriter& writer, const char* text, int length,
+                                  const tagWriter*& failed);
+  KELVIK_INTERNAL int WriteWaiting(const tagWriter& writer, const tagWriter*& failed);
+  KELVIK_INTERNAL bool MakeBuffers(uint32_t size);
+  KELVIK_INTERNAL void DropBuffers();
+  KELVIK_INTERNAL void HandOver(const tagWriter*& failed);
+  KELVIK_INTERNAL void ExchangeBuffers();
+  KELVIK_INTERNAL void EmptyFront();
+  KELVIK_INTERNAL void HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed);
+  KELVIK_INTERNAL int WriteBackFirst(const tagWriter& writer, const tagWriter*& failed);
+  KELVIK_INTERNAL void DropBack(bool replaced);
+  KELVIK_INTERNAL void WakeWriter();
+  KELVIK_INTERNAL void WakeWantedWriter();
+  KELVIK_INTERNAL void StartWantedWriter();
 
   // OutputExtra.cpp
-  bool BatchIsGone(uint32_t batch) const;
-  int SyncFiles();
-  void StampNextFileName();
-  void ReadLimits(tagLimits& limits) const;
-  const tagWriter* ModeWriter() const;
-  bool IsStopping() const;
-  bool HasWork();
+  KELVIK_INTERNAL bool BatchIsGone(uint32_t batch) const;
+  KELVIK_INTERNAL int SyncFiles();
+  KELVIK_INTERNAL void StampNextFileName();
+  KELVIK_INTERNAL void ReadLimits(tagLimits& limits) const;
+  KELVIK_INTERNAL const tagWriter* ModeWriter() const;
+  KELVIK_INTERNAL bool IsStopping() const;
+  KELVIK_INTERNAL bool HasWork();
 
   // OutputWriter.cpp. LockFile returns 0 with m_WriteMutex held and the current file open. What
   // follows it runs under m_WriteMutex, and what changes names or slots under both mutexes.
-  void Settle(const tagWriter* failed);
-  int WriteAndSettle(const tagWriter& writer, const char* data, int length);
-  int Write(const tagWriter& writer, const char* data, int length, const tagWriter*& failed);
-  int LockFile(const tagWriter& writer);
-  void WriteBatch(const tagWriter& writer);
-  bool NeedsFile(const tagWriter& writer, int32_t sizeLimit) const;
-  int PrepareFile(const tagWriter& writer);
-  int WriteBytes(const tagWriter& writer, const char* data, int length, bool counted,
-                 const tagWriter*& failed);
-  int WriteBack(const tagWriter& writer, const tagWriter*& failed);
-  int ClearWhenFull(int result);
-  int RotateWhenPending(const tagWriter& writer);
-  void AdvanceSlot();
-  void CloseCurrent();
-  void NameSlot(const char* name);
-  int OpenSlot(bool append);
-  void RemoveSlotFile(int slot, bool tryFolder);
-  bool IsSharedFile(int slot) const;
-  void FreeSlot(int slot);
-  void CountDirect(int length);
-  void NoteError(int error);
-  void NoteFinished();
+  KELVIK_INTERNAL void Settle(const tagWriter* failed);
+  KELVIK_INTERNAL int WriteAndSettle(const tagWriter& writer, const char* data, int length);
+  KELVIK_INTERNAL int Write(const tagWriter& writer, const char* data, int length,
+                            const tagWriter*& failed);
+  KELVIK_INTERNAL int LockFile(const tagWriter& writer);
+  KELVIK_INTERNAL void WriteBatch(const tagWriter& writer);
+  KELVIK_INTERNAL bool NeedsFile(const tagWriter& writer, int32_t sizeLimit) const;
+  KELVIK_INTERNAL int PrepareFile(const tagWriter& writer);
+  KELVIK_INTERNAL int WriteBytes(const tagWriter& writer, const char* data, int length,
+                                 bool counted, const tagWriter*& failed);
+  KELVIK_INTERNAL int WriteBack(const tagWriter& writer, const tagWriter*& failed);
+  KELVIK_INTERNAL int ClearWhenFull(int result);
+  KELVIK_INTERNAL int RotateWhenPending(const tagWriter& writer);
+  KELVIK_INTERNAL void AdvanceSlot();
+  KELVIK_INTERNAL void CloseCurrent();
+  KELVIK_INTERNAL void NameSlot(const char* name);
+  KELVIK_INTERNAL int OpenSlot(bool append);
+  KELVIK_INTERNAL void RemoveSlotFile(int slot, bool tryFolder);
+  KELVIK_INTERNAL bool IsSharedFile(int slot) const;
+  KELVIK_INTERNAL void FreeSlot(int slot);
+  KELVIK_INTERNAL void CountDirect(int length);
+  KELVIK_INTERNAL void NoteError(int error);
+  KELVIK_INTERNAL void NoteFinished();
 
   // OutputBySize.cpp, OutputByTime.cpp, OutputRaw.cpp
-  int PrepareBySize(const tagWriter& writer);
-  int RotateBySize(const tagWriter& writer);
-  int RotatePendingBySize();
-  void NameSlotByClock(bool unique);
-  int PrepareByTime();
-  int RotatePendingByTime(const tagWriter& writer);
-  int PrepareRaw();
+  KELVIK_INTERNAL int PrepareBySize(const tagWriter& writer);
+  KELVIK_INTERNAL int RotateBySize(const tagWriter& writer);
+  KELVIK_INTERNAL int RotatePendingBySize();
+  KELVIK_INTERNAL void NameSlotByClock(bool unique);
+  KELVIK_INTERNAL int PrepareByTime();
+  KELVIK_INTERNAL int RotatePendingByTime(const tagWriter& writer);
+  KELVIK_INTERNAL int PrepareRaw();
 
   // Additions behind the members above.
   enum eLife { eLifeOpen = 0, eLifeDraining = 1, eLifeEnded = 2 };

@@ -48,10 +48,10 @@ class KELVIK_API CSignal {
 
   // In a child made by fork(), where no waiter exists: makes mutex and condition anew, with nothing
   // pending. For the child's only thread.
-  void AfterForkInChild();
+  KELVIK_INTERNAL void AfterForkInChild();
 
  private:
-  int WaitLocked(const timespec* deadline);
+  KELVIK_INTERNAL int WaitLocked(const timespec* deadline);
 
   pthread_mutex_t m_Mutex;
   pthread_cond_t m_Condition;  // measures time on CLOCK_MONOTONIC

@@ -80,31 +80,31 @@ class KELVIK_API CThread {
 
   // Whether the calling thread is a worker of this object, the current one or one that was ended
   // and has not returned yet.
-  bool IsCurrent() const;
+  KELVIK_INTERNAL bool IsCurrent() const;
 
   // Whether the calling worker may go on. False once its own run has ended, even when another run
   // has begun; on a thread that is no worker of this object it is IsRunning(). A RunTask that loops
   // by itself asks this once a pass. Takes no lock.
-  bool KeepsRunning() const;
+  KELVIK_INTERNAL bool KeepsRunning() const;
 
   // The number of the latest run, counted by Create() and wrapping.
-  uint32_t Generation() const;
+  KELVIK_INTERNAL uint32_t Generation() const;
 
   // In a child made by fork(), where no worker exists: idle, with its lock made anew. For the
   // child's only thread.
-  void AfterForkInChild();
+  KELVIK_INTERNAL void AfterForkInChild();
 
  private:
   friend class CWorker;
 
-  int Begin(IExecute* execute, int* code, int* error);
-  bool IsOfParent() const;
-  void ForgetParent();
-  void RenewLock();
-  void Retire();
-  void Clear();
-  IExecute* NextExecutor(uint32_t generation);
-  void EndRun(uint32_t generation);
+  KELVIK_INTERNAL int Begin(IExecute* execute, int* code, int* error);
+  KELVIK_INTERNAL bool IsOfParent() const;
+  KELVIK_INTERNAL void ForgetParent();
+  KELVIK_INTERNAL void RenewLock();
+  KELVIK_INTERNAL void Retire();
+  KELVIK_INTERNAL void Clear();
+  KELVIK_INTERNAL IExecute* NextExecutor(uint32_t generation);
+  KELVIK_INTERNAL void EndRun(uint32_t generation);
 
   bool m_Running;       // written under m_Lock, read without it as well
   IExecute* m_Execute;  // not owned; guarded by m_Lock
