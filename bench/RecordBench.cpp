@@ -1,6 +1,7 @@
 // The time of one record, as the caller's thread pays for it, beside the loggers of Loggers.h and
-// the floor. Rows run in the order of this file, since modules cannot be unregistered; the script
-// runs the whole program several times and takes medians of the rounds.
+// the floor: in bursts with a rest between them, and in a flood without end, in which the library's
+// callers write their batches themselves. Rows run in the order of this file, since modules cannot
+// be unregistered; the script runs the whole program several times and takes medians of the rounds.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -19,6 +20,8 @@ using namespace Kelvik;
 constexpr int kRecords = 400000;       // of a quick logger, a row
 constexpr int kRecordsOfSlow = 60000;  // of one that takes microseconds
 constexpr int kRecordsOfThread = 500000;
+constexpr unsigned kRecordsOfBurst = 25000;  // about two milliseconds of the library
+constexpr unsigned kRestUs = 10000;          // between two bursts, not timed
 
 const std::string& Folder() {
   static const CBenchFolder folder;
@@ -56,6 +59,19 @@ void Run(benchmark::State& state, Record record) {
   state.SetItemsProcessed(state.iterations());
 }
 
+// The same in bursts.
+template <class Record>
+void RunBursts(benchmark::State& state, Record record) {
+  Run(state, [&](unsigned i) {
+    if (i % kRecordsOfBurst == 0) {
+      state.PauseTiming();
+      ::usleep(kRestUs);
+      state.ResumeTiming();
+    }
+    record(i);
+  });
+}
+
 // No sink: what threads gain on the formatting alone.
 void BM_Format_Kelvik(benchmark::State& state) {
   if (state.thread_index() == 0) CKelvikLogger::OpenNothing();
@@ -72,7 +88,7 @@ BENCHMARK(BM_Terminal_Kelvik)->Iterations(kRecords);
 
 void BM_Floor(benchmark::State& state) {
   CFloor::Open();
-  Run(state, CFloor::Record);
+  RunBursts(state, CFloor::Record);
 }
 BENCHMARK(BM_Floor)->Iterations(kRecords);
 
@@ -90,17 +106,30 @@ void OpenKelvik() {
 
 void BM_Record_Kelvik(benchmark::State& state) {
   OpenKelvik();
-  Run(state, CKelvikLogger::Record);
+  RunBursts(state, CKelvikLogger::Record);
 }
 BENCHMARK(BM_Record_Kelvik)->Iterations(kRecords);
+
+void BM_Flood_Kelvik(benchmark::State& state) {
+  OpenKelvik();
+  Run(state, CKelvikLogger::Record);
+}
+BENCHMARK(BM_Flood_Kelvik)->Iterations(kRecords);
 
 #ifdef KELVIK_PEER_SPDLOG
 void BM_Record_Spdlog(benchmark::State& state) {
   CSpdlogLogger::Open(Folder());
-  Run(state, CSpdlogLogger::Record);
+  RunBursts(state, CSpdlogLogger::Record);
   CSpdlogLogger::Close();
 }
 BENCHMARK(BM_Record_Spdlog)->Iterations(kRecords);
+
+void BM_Flood_Spdlog(benchmark::State& state) {
+  CSpdlogLogger::Open(Folder());
+  Run(state, CSpdlogLogger::Record);
+  CSpdlogLogger::Close();
+}
+BENCHMARK(BM_Flood_Spdlog)->Iterations(kRecords);
 
 void BM_Terminal_Spdlog(benchmark::State& state) {
   const CStdoutInFile inFile;
@@ -114,7 +143,7 @@ BENCHMARK(BM_Terminal_Spdlog)->Iterations(kRecords);
 #ifdef KELVIK_PEER_GLOG
 void BM_Record_Glog(benchmark::State& state) {
   CGlogLogger::Open(Folder());
-  Run(state, CGlogLogger::Record);
+  RunBursts(state, CGlogLogger::Record);
 }
 BENCHMARK(BM_Record_Glog)->Iterations(kRecordsOfSlow);
 #endif
@@ -122,7 +151,7 @@ BENCHMARK(BM_Record_Glog)->Iterations(kRecordsOfSlow);
 #ifdef KELVIK_PEER_LOG4CPLUS
 void BM_Record_Log4cplus(benchmark::State& state) {
   CLog4cplusLogger::Open(Folder());
-  Run(state, CLog4cplusLogger::Record);
+  RunBursts(state, CLog4cplusLogger::Record);
 }
 BENCHMARK(BM_Record_Log4cplus)->Iterations(kRecordsOfSlow);
 #endif
@@ -162,7 +191,7 @@ BENCHMARK(BM_Below_Kelvik200Modules)->Iterations(kRecords);
 
 void BM_Record_Kelvik200Modules(benchmark::State& state) {
   CKelvikLogger::RegisterModules(200);
-  Run(state, CKelvikLogger::Record);
+  RunBursts(state, CKelvikLogger::Record);
 }
 BENCHMARK(BM_Record_Kelvik200Modules)->Iterations(kRecords);
 

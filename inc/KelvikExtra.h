@@ -28,9 +28,11 @@ typedef enum eOverflowPolicy eOverflowPolicy;
 #endif
 
 // Chooses the policy. With eOverflowWrite a change of the buffer size writes both buffers first,
-// too, so that no accepted record is lost to speed; a caller may then wait for the disk. The
-// configuration file's key "Overflow" (replace or write, in section "Global") sets the same at
-// Initialize when it is present. Returns eResultSuccess, or eResultInvalid for another value.
+// too, so that no accepted record is lost to speed; a caller may then wait for the disk. When full
+// buffers follow one another for more than a few milliseconds, the callers write them themselves,
+// which takes less processor time than the writer thread does. The configuration file's key
+// "Overflow" (replace or write, in section "Global") sets the same at Initialize when it is
+// present. Returns eResultSuccess, or eResultInvalid for another value.
 KELVIK_API int KelvikExtra_SetOverflow(eOverflowPolicy policy);
 
 // Waits until every record that was accepted before the call has been written to its file; with

@@ -285,6 +285,8 @@ class KELVIK_API COutput : public CThread::IExecute {
   KELVIK_INTERNAL bool MakeBuffers(uint32_t size);
   KELVIK_INTERNAL void DropBuffers();
   KELVIK_INTERNAL void HandOver(const tagWriter*& failed);
+  KELVIK_INTERNAL void HandOverFull(const tagWriter*& failed);
+  KELVIK_INTERNAL bool MoveToBack(const tagWriter*& failed);
   KELVIK_INTERNAL void ExchangeBuffers();
   KELVIK_INTERNAL void EmptyFront();
   KELVIK_INTERNAL void HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed);
@@ -302,6 +304,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   KELVIK_INTERNAL const tagWriter* ModeWriter() const;
   KELVIK_INTERNAL bool IsStopping() const;
   KELVIK_INTERNAL bool HasWork();
+  KELVIK_INTERNAL void WriteHandedOver();
 
   // OutputWriter.cpp. LockFile returns 0 with m_WriteMutex held and the current file open. What
   // follows it runs under m_WriteMutex, and what changes names or slots under both mutexes.
@@ -359,7 +362,10 @@ class KELVIK_API COutput : public CThread::IExecute {
   uint32_t m_LostBatch;      // number of the latest batch that was lost; m_WriteMutex
   int32_t m_Writing;         // the back buffer is being written, by
   pthread_t m_WritingThread;
-  CSignal m_StopSignal;  // ends the writer's pause at once
+  uint32_t m_LastFillTime;  // milliseconds of the last full buffer; m_BufferMutex
+  uint32_t m_FloodTime;     // milliseconds of the first of the full buffers that came quickly
+  int16_t m_CallerWrites;   // the batch is its caller's to write; m_BufferMutex
+  CSignal m_StopSignal;     // ends the writer's pause at once
 
   // The finished file that the rotation callback has not been told of; m_WriteMutex.
   void (*m_RotationCallback)(const char* path, void* context);

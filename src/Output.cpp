@@ -98,6 +98,9 @@ int COutput::Initialize() {
   m_Overflow = eOverflowReplace;
   m_FileKeptOpen = 0;
   m_WakeWanted = 0;
+  m_LastFillTime = 0;
+  m_FloodTime = 0;
+  m_CallerWrites = 0;
   m_WriterOnDemand = eOnDemandNo;
   m_HandedOver = 0;
   m_BatchSizeLimit = 0;

@@ -27,6 +27,8 @@ namespace Kelvik {
 namespace {
 
 constexpr unsigned kForever = 0xFFFFFFFF;
+constexpr uint32_t kQuickFillMs = 2;     // buffers that are full at shorter intervals make a flood
+constexpr uint32_t kBurstMs = 5;         // what ends sooner is a burst
 constexpr unsigned kIdlePauseMs = 1000;  // while file output is switched off
 constexpr unsigned kFaultPauseMs = 100;  // when the wait itself fails
 constexpr size_t kStampedBytes = 32;     // of m_NextFileName
@@ -60,6 +62,7 @@ void COutput::ReadLimits(tagLimits& limits) const {
 int COutput::StoreSlowly(const char* text, int length) {
   const tagWriter* failed = nullptr;
   int result = eResultSuccess;
+  bool writesHere = false;
   {
     const CUnlockAtEnd unlock(m_BufferMutex);
     if (RelaxedLoad(m_Ended) != eLifeOpen) return eResultFailure;
@@ -74,7 +77,10 @@ int COutput::StoreSlowly(const char* text, int length) {
     } else if (limits.m_LogMaxDuration >= 1) {
       result = StoreByTime(limits, text, length, failed);
     }
+    writesHere = m_CallerWrites != 0;
+    m_CallerWrites = 0;
   }
+  if (writesHere) WriteHandedOver();
   Settle(failed);
   return result;
 }
@@ -183,7 +189,7 @@ int COutput::Append(const tagWriter& writer, const tagLimits& limits, const char
     m_Statistics.m_BytesDropped += bytes;
     return eResultSuccess;
   }
-  if (bytes + static_cast<uint32_t>(m_FrontLength) >= m_BufferCapacity) HandOver(failed);
+  if (bytes + static_cast<uint32_t>(m_FrontLength) >= m_BufferCapacity) HandOverFull(failed);
   if (limits.m_WriteInterval >= kSmallestInterval) HandOverWhenDue(limits.m_WriteInterval, failed);
   std::memcpy(m_FrontBuffer + m_FrontLength, text, bytes);
   m_FrontLength += length;
@@ -266,28 +272,48 @@ void COutput::DropBuffers() {
   m_BufferCapacity = 0;
 }
 
-// Moves the front buffer's content to the back buffer, in place of what that still holds
-// (eOverflowWrite: after that has been written), and wakes the writer. An empty batch is none: it
-// must not replace an unwritten one. Caller holds m_BufferMutex.
+// Caller holds m_BufferMutex.
 void COutput::HandOver(const tagWriter*& failed) {
+  if (MoveToBack(failed)) WakeWriter();
+}
+
+// While callers fill buffer after buffer, none of which may be lost, they have to wait for each of
+// them to be written. In such a flood the caller that filled it writes it, as soon as it holds no
+// lock: that is cheaper than to wake the writer each time and to get the buffers' memory back from
+// the writer's core. A burst is left to the writer, so that the caller need not wait for the disk.
+// Caller holds m_BufferMutex.
+void COutput::HandOverFull(const tagWriter*& failed) {
+  if (!MoveToBack(failed)) return;
+  const uint32_t now = WallMilliseconds();
+  if (now - m_LastFillTime > kQuickFillMs) m_FloodTime = now;
+  m_LastFillTime = now;
+  if (now - m_FloodTime > kBurstMs && RelaxedLoad(m_Overflow) == eOverflowWrite) {
+    m_CallerWrites = 1;
+  } else {
+    WakeWriter();
+  }
+}
+
+// Moves the front buffer's content to the back buffer, in place of what that still holds
+// (eOverflowWrite: after that has been written). An empty batch is none: it must not replace an
+// unwritten one, and false is returned. Caller holds m_BufferMutex.
+bool COutput::MoveToBack(const tagWriter*& failed) {
   const tagWriter* writer = ModeWriter();
   if (RelaxedLoad(m_Overflow) == eOverflowWrite && m_FrontLength > 0 && writer != nullptr) {
     WriteBackFirst(*writer, failed);  // on a full disk this clears the front buffer as well
   }
-  if (m_FrontLength == 0) return;
+  if (m_FrontLength == 0) return false;
   tagLimits limits;
   ReadLimits(limits);
-  {
-    m_WriteMutex.lockSpinning();
-    const CUnlockAtEnd unlock(m_WriteMutex);
-    DropBack(true);
-    m_BatchSizeLimit = limits.m_LogMaxSize;
-    ++m_HandedOver;
-    ++m_Statistics.m_Batches;
-    m_Statistics.m_BytesHandedOver += static_cast<uint32_t>(m_FrontLength);
-    ExchangeBuffers();
-  }
-  WakeWriter();
+  m_WriteMutex.lockSpinning();
+  const CUnlockAtEnd unlock(m_WriteMutex);
+  DropBack(true);
+  m_BatchSizeLimit = limits.m_LogMaxSize;
+  ++m_HandedOver;
+  ++m_Statistics.m_Batches;
+  m_Statistics.m_BytesHandedOver += static_cast<uint32_t>(m_FrontLength);
+  ExchangeBuffers();
+  return true;
 }
 
 // Gives the back buffer, which is empty, the front buffer's content, in an order in which a crash
@@ -425,16 +451,20 @@ int COutput::RunTask() {
       m_StopSignal.wait(kIdlePauseMs);
       continue;
     }
-    // Another thread has written the batch already.
-    if (!HasWork()) continue;
-    const tagWriter* writer = ModeWriter();
-    if (writer == nullptr) {
-      Losslog();
-    } else {
-      WriteBatch(*writer);
-    }
+    WriteHandedOver();
   }
   return 1;
+}
+
+// Caller holds no lock.
+void COutput::WriteHandedOver() {
+  if (!HasWork()) return;  // another thread has written the batch already
+  const tagWriter* writer = ModeWriter();
+  if (writer == nullptr) {
+    Losslog();
+  } else {
+    WriteBatch(*writer);
+  }
 }
 
 }  // namespace Kelvik

@@ -127,20 +127,24 @@ int COutput::Write(const tagWriter& writer, const char* data, int length,
   return result;
 }
 
-// The writer thread's way: without m_BufferMutex, which callers take for every record, as long as
-// the batch goes to the file that is open. Settings changed since the hand-over show with the next.
+// The way of a batch that was handed over: without m_BufferMutex, which callers take for every
+// record, as long as the batch goes to the file that is open. Settings changed since the hand-over
+// show with the next.
 void COutput::WriteBatch(const tagWriter& writer) {
   const tagWriter* failed = nullptr;
-  m_WriteMutex.lock();
-  const bool ready = RelaxedLoad(m_Ended) != eLifeEnded && !NeedsFile(writer, m_BatchSizeLimit);
-  int result = eResultSuccess;
-  if (ready && m_BackLength > 0) result = WriteBack(writer, failed);
-  m_WriteMutex.unlock();
-  if (!ready) {
-    result = Write(writer, nullptr, 0, failed);
-  } else {
-    result = ClearWhenFull(result);
-    if (result == eResultSuccess) RotateWhenPending(writer);
+  {
+    const CNoCancel whole;
+    m_WriteMutex.lockSpinning();
+    const bool ready = RelaxedLoad(m_Ended) != eLifeEnded && !NeedsFile(writer, m_BatchSizeLimit);
+    int result = eResultSuccess;
+    if (ready && m_BackLength > 0) result = WriteBack(writer, failed);
+    m_WriteMutex.unlock();
+    if (!ready) {
+      result = Write(writer, nullptr, 0, failed);
+    } else {
+      result = ClearWhenFull(result);
+      if (result == eResultSuccess) RotateWhenPending(writer);
+    }
   }
   Settle(failed);
 }
