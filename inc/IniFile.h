@@ -26,8 +26,6 @@
 #include <istream>
 #include <list>
 #include <memory>
-#include <ostream>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -59,8 +57,8 @@ class xini_file_t : public xini_node_t {
   // continued. What is appended marks the document changed.
   xini_file_t& operator<<(std::istream& stream);
 
-  // Writes the document without its head bytes. Sections are separated by an empty line.
-  std::ostream& operator>>(std::ostream& stream) const override;
+  // The document without its head bytes. Sections are separated by an empty line.
+  void append_to(std::string& text) const override;
 
   // Writes the document to a path, as safely as the place allows (xini_saver_t). False when the
   // path cannot be opened for writing or the bytes cannot be written; the old file is whole then,
@@ -279,27 +277,23 @@ inline xini_section_t* xini_file_t::push_sect(xini_section_t* sect, xini_section
   return found;
 }
 
-inline std::ostream& xini_file_t::operator>>(std::ostream& stream) const {
+inline void xini_file_t::append_to(std::string& text) const {
   for (const xini_section_t* sect : m_xlst_sect) {
     if (sect->last_node() == nullptr) continue;
-    *sect >> stream;
-    if (!sect->has_end_nilline() && sect != m_xlst_sect.back()) stream << std::endl;
+    sect->append_to(text);
+    if (!sect->has_end_nilline() && sect != m_xlst_sect.back()) append_line(text);
   }
-  return stream;
 }
 
 inline bool xini_file_t::dump(const std::string& path) const {
   if (path.empty()) return false;
-  std::ostringstream stream;
-  *this >> stream;
-  // A stream keeps to itself that it found no memory: half the lines must not replace the file.
-  if (!stream.good()) return false;
-  const std::string lines = stream.str();
+  std::string lines;
+  append_to(lines);
   std::string bytes = m_xstr_head;
   // A first line that begins with a head byte would be read back as a part of the head, and no byte
   // at all as the head of an empty file: an empty line keeps the next save equal to this one.
-  if (lines.empty() ? bytes.empty() : is_head_byte(lines[0])) bytes += '\n';
-  bytes += lines;
+  if (lines.empty() ? bytes.empty() : is_head_byte(lines[0])) bytes.push_back('\n');
+  bytes.append(lines);
   return xini_saver_t::save(path, bytes);
 }
 

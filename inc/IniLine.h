@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <limits>
 #include <list>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -21,7 +20,7 @@ class xini_nilline_t : public xini_node_t {
   // Makes an empty line. `owner` as for every node: not owned, null or outliving the node.
   explicit xini_nilline_t(xini_node_t* owner) : xini_node_t(XINI_NTYPE_NILLINE, owner) {}
 
-  std::ostream& operator>>(std::ostream& stream) const override { return stream << std::endl; }
+  void append_to(std::string& text) const override { append_line(text); }
 };
 
 // A comment line.
@@ -35,9 +34,7 @@ class xini_comment_t : public xini_node_t {
     return is_comment(line) ? new xini_comment_t(line, owner) : nullptr;
   }
 
-  std::ostream& operator>>(std::ostream& stream) const override {
-    return stream << m_xstr_text << std::endl;
-  }
+  void append_to(std::string& text) const override { append_line(text, m_xstr_text); }
 
  private:
   friend class xini_file_t;
@@ -70,8 +67,8 @@ class xini_keyvalue_t : public xini_node_t {
     return is_kname(name);
   }
 
-  std::ostream& operator>>(std::ostream& stream) const override {
-    return stream << m_xstr_kname << '=' << m_xstr_value << std::endl;
+  void append_to(std::string& text) const override {
+    append_line(text, m_xstr_kname, "=", m_xstr_value);
   }
 
   // The name and the value as they stand, trimmed; the references live as long as the node.

@@ -44,7 +44,7 @@ class xini_node_t {
   virtual ~xini_node_t() = default;
 
   // Writes the node's line or lines, each ended by std::endl. Returns the stream.
-  virtual std::ostream& operator>>(std::ostream& stream) const = 0;
+  virtual std::ostream& operator>>(std::ostream& stream) const;
 
   // The changed flag lives in the document; other nodes ask their owner. False without one.
   virtual bool is_dirty() const { return m_xowner_ptr != nullptr && m_xowner_ptr->is_dirty(); }
@@ -58,6 +58,9 @@ class xini_node_t {
     static_cast<void>(name);
     return false;
   }
+
+  // Appends the node's line or lines, each ended by a line feed.
+  virtual void append_to(std::string& text) const { static_cast<void>(text); }
 
   xini_node_t(const xini_node_t&) = delete;
   xini_node_t& operator=(const xini_node_t&) = delete;
@@ -128,6 +131,12 @@ class xini_node_t {
     return text;
   }
 
+  // Appends a line of up to three pieces.
+  static void append_line(std::string& text, std::string_view first = {},
+                          std::string_view second = {}, std::string_view third = {}) {
+    text.append(first).append(second).append(third).push_back('\n');
+  }
+
   const uint32_t m_xnode_type;      // fixed for life
   xini_node_t* const m_xowner_ptr;  // not owned; null for the document
 
@@ -136,5 +145,18 @@ class xini_node_t {
     return at == std::string::npos || (at != 0 && at < text.size() - 1);
   }
 };
+
+inline std::ostream& xini_node_t::operator>>(std::ostream& stream) const {
+  std::string text;
+  append_to(text);
+  for (std::string_view rest(text); !rest.empty();) {
+    const std::size_t end = rest.find('\n');
+    // A width that the stream has pads the first text, not an empty line before it.
+    if (end != 0) stream << rest.substr(0, end);
+    std::endl(stream);
+    rest.remove_prefix(end + 1);
+  }
+  return stream;
+}
 
 #endif  // KELVIK_ININODE_H_

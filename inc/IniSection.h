@@ -7,7 +7,6 @@
 #include <iterator>
 #include <list>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -43,7 +42,7 @@ class xini_section_t : public xini_node_t {
     return is_sline(name);
   }
 
-  std::ostream& operator>>(std::ostream& stream) const override;
+  void append_to(std::string& text) const override;
 
   // The name without brackets, empty for the unnamed section; lives as long as the section.
   const std::string& sname() const { return m_xstr_name; }
@@ -88,7 +87,7 @@ class xini_section_t : public xini_node_t {
   static xini_section_t* make(std::string_view line, xini_node_t* owner);
   static std::unique_ptr<xini_section_t> with_header(std::string_view name, xini_node_t* owner);
   const xini_node_t* last_node() const;
-  std::ostream& write_node(const xini_node_t* node, std::ostream& stream) const;
+  void append_nodes(const nodes_t& nodes, std::string& text) const;
   bool push_key(xini_keyvalue_t* key);
   void push_run_node(xini_node_t* node);
   void end_with_nilline();
@@ -140,21 +139,20 @@ inline std::unique_ptr<xini_section_t> xini_section_t::with_header(std::string_v
   return section;
 }
 
-inline std::ostream& xini_section_t::write_node(const xini_node_t* node,
-                                                std::ostream& stream) const {
-  if (node->ntype() != XINI_NTYPE_SECTION) return *node >> stream;
-  if (m_xstr_name.empty()) return stream;
-  return stream << '[' << m_xstr_name << ']' << std::endl;
+inline void xini_section_t::append_nodes(const nodes_t& nodes, std::string& text) const {
+  for (const xini_node_t* node : nodes) {
+    if (node->ntype() != XINI_NTYPE_SECTION) {
+      node->append_to(text);
+    } else if (!m_xstr_name.empty()) {
+      append_line(text, "[", m_xstr_name, "]");
+    }
+  }
 }
 
-inline std::ostream& xini_section_t::operator>>(std::ostream& stream) const {
-  for (const xini_node_t* node : m_xlst_node)
-    write_node(node, stream);
-  for (const nodes_t& run : m_xlst_runs) {
-    for (const xini_node_t* node : run)
-      write_node(node, stream);
-  }
-  return stream;
+inline void xini_section_t::append_to(std::string& text) const {
+  append_nodes(m_xlst_node, text);
+  for (const nodes_t& run : m_xlst_runs)
+    append_nodes(run, text);
 }
 
 inline xini_keyvalue_t& xini_section_t::operator[](const std::string& key) {
