@@ -150,14 +150,13 @@ inline bool xini_file_t::is_absent(int error) {
 }
 
 inline bool xini_file_t::load(const std::string& path) {
-  // The caller's text may be a part of this document.
-  const std::string kept(path);  // NOLINT(performance-unnecessary-copy-initialization)
+  std::string kept(path);  // the caller's text may be a part of this document
   release();
-  m_xstr_path = kept;
-  if (kept.empty()) return false;
+  m_xstr_path.swap(kept);
+  if (m_xstr_path.empty()) return false;
   bool isWhole = false;
   try {
-    xini_saver_t::reader_t reader(kept);
+    xini_saver_t::reader_t reader(m_xstr_path);
     if (is_absent(reader.error())) return false;
     parse_file(reader);
     isWhole = reader.error() == 0;
@@ -172,30 +171,29 @@ inline bool xini_file_t::load(const std::string& path) {
   return isWhole;
 }
 
-// Takes the lines as they lie in the reader's buffer. An empty file has the head 0xFF.
+// An empty file has the head 0xFF.
 inline void xini_file_t::parse_file(xini_saver_t::reader_t& reader) {
-  std::string_view bytes = reader.read();
-  if (bytes.empty() && reader.error() == 0) m_xstr_head.push_back('\xFF');
-  while (!bytes.empty() && is_head_byte(bytes.front())) {
-    m_xstr_head.push_back(bytes.front());
-    bytes.remove_prefix(1);
-    if (bytes.empty()) bytes = reader.read();
-  }
   xini_section_t* current = begin_parse();
-  std::string torn;  // the beginning of a line whose end is not read yet
-  while (!bytes.empty()) {
-    const std::size_t end = bytes.find('\n');
-    if (end == std::string_view::npos || !torn.empty()) torn.append(bytes.substr(0, end));
-    if (end == std::string_view::npos) {
-      bytes = reader.read();
-      continue;
+  std::string kept;  // the beginning of a line whose end is not read yet
+  bool isHead = true;
+  for (std::size_t searched = 0; reader.read(kept); searched = kept.size()) {
+    std::string_view bytes(kept);
+    while (isHead && !bytes.empty()) {
+      isHead = is_head_byte(bytes.front());
+      if (!isHead) break;
+      m_xstr_head.push_back(bytes.front());
+      bytes.remove_prefix(1);
     }
-    parse_line(trim_view(torn.empty() ? bytes.substr(0, end) : torn), current);
-    torn.clear();
-    bytes.remove_prefix(end + 1);
-    if (bytes.empty()) bytes = reader.read();
+    for (std::size_t end = 0; (end = bytes.find('\n', searched)) != std::string_view::npos;) {
+      parse_line(trim_view(bytes.substr(0, end)), current);
+      bytes.remove_prefix(end + 1);
+      searched = 0;
+    }
+    kept = bytes;
   }
-  if (!trim_view(torn).empty()) parse_line(trim_view(torn), current);
+  if (isHead && m_xstr_head.empty() && reader.error() == 0) m_xstr_head.push_back('\xFF');
+  const std::string_view last = trim_view(kept);
+  if (!last.empty()) parse_line(last, current);
 }
 
 // Takes a section of a new name over and returns it, otherwise returns the section of that name;

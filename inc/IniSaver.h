@@ -15,7 +15,7 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 // Writes a file so that a process killed, or a power cut, at any moment leaves the old bytes or
 // the new ones: a temporary file beside the target is written, synced and renamed over it, and the
@@ -41,6 +41,7 @@ class xini_saver_t {
   static constexpr int kMaxTemps = 10;           // savers of one file at a time; one digit
   static constexpr std::size_t kMaxName = 255;   // bytes in a file name
   static constexpr std::size_t kMaxPath = 4096;  // bytes in a link's text
+  static constexpr std::size_t kPiece = 4096;    // bytes that are read at a time
   static constexpr mode_t kPlainMode = 0666;     // of a new file, before the umask
   static constexpr mode_t kPrivateMode = 0600;   // until the old file's mode is given
   static constexpr mode_t kModeBits = 07777;
@@ -65,28 +66,22 @@ class xini_saver_t {
     int m_fd;
   };
 
-  // A path cut behind its last '/'.
-  struct place_t {
-    std::string folder;  // with its '/', or empty
-    std::string name;
-  };
-
   // The functions below that return an int give 0 or an errno value, open_file a descriptor.
   static int try_save(const std::string& path, const std::string& bytes, bool isLast);
   static int open_file(const std::string& path, int flags, mode_t mode = 0);
-  static place_t cut(const std::string& path);
+  static std::size_t folder_size(std::string_view path);
   static std::string follow_links(const std::string& path);
   static bool is_replaceable(const std::string& target, const struct stat* old);
   static bool must_write_in_place(int error);
-  static std::string temp_path(const place_t& place, int number);
+  static void name_temp(std::string& temp, std::string_view target, int number);
   static bool remove_stray(const std::string& temp);
-  static int create_temp(const place_t& place, mode_t mode, fd_t& file, std::string& temp);
+  static int create_temp(const std::string& target, mode_t mode, fd_t& file, std::string& temp);
   static int take_over(int fd, const struct stat& old);
   static int write_all(int fd, const std::string& bytes);
   static int sync(int fd);
-  static void sync_folder(const std::string& folder);
+  static void sync_folder(std::string path);
   static int fill(int fd, const std::string& bytes, const struct stat* old);
-  static int replace(const std::string& target, const std::string& bytes, const struct stat* old);
+  static int replace(const std::string& path, const std::string& bytes, const struct stat* old);
   static int write_in_place(int fd, const std::string& bytes);
 };
 
@@ -104,7 +99,7 @@ class xini_saver_t::reader_t {
  public:
   // Opens the file; error() tells whether that went well.
   explicit reader_t(const std::string& path)
-      : m_file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)), m_error(0) {
+      : m_file(open_file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
     struct stat status {};
     if (!m_file.is_open() || ::fstat(m_file.get(), &status) != 0) {
       m_error = errno;
@@ -116,22 +111,23 @@ class xini_saver_t::reader_t {
   // 0, or the errno value that ended the reading before the end of the file.
   int error() const { return m_error; }
 
-  // The next bytes, as many as there are and fit; they stay until the next call. None at the end of
-  // the file and after an error.
-  std::string_view read() {
-    if (m_error != 0) return {};
+  // Appends the next bytes. False at the end of the file and after an error.
+  bool read(std::string& bytes) {
+    if (m_error != 0) return false;
+    char piece[kPiece];
     ssize_t got = -1;
     do {
-      got = ::read(m_file.get(), m_bytes.data(), m_bytes.size());
+      got = ::read(m_file.get(), piece, sizeof piece);
     } while (got < 0 && errno == EINTR);
     if (got < 0) m_error = errno;
-    return {m_bytes.data(), got > 0 ? static_cast<std::size_t>(got) : 0};
+    if (got <= 0) return false;
+    bytes.append(piece, static_cast<std::size_t>(got));
+    return true;
   }
 
  private:
   fd_t m_file;
-  int m_error;
-  std::vector<char> m_bytes = std::vector<char>(8192);
+  int m_error = 0;
 };
 
 // ESTALE: the file was exchanged meanwhile, by another saver for one, and this is not the last try.
@@ -143,7 +139,7 @@ inline int xini_saver_t::try_save(const std::string& path, const std::string& by
   if (file.is_open() && ::fstat(file.get(), &old) != 0) return errno;
 
   if (!file.is_open() || (S_ISREG(old.st_mode) && old.st_nlink <= 1)) {
-    const int error = replace(follow_links(path), bytes, file.is_open() ? &old : nullptr);
+    const int error = replace(path, bytes, file.is_open() ? &old : nullptr);
     if (error == ESTALE && !isLast) return error;
     if (!must_write_in_place(error)) return error;
   }
@@ -163,10 +159,12 @@ inline int xini_saver_t::open_file(const std::string& path, int flags, mode_t mo
   return ::fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstFd);
 }
 
-inline xini_saver_t::place_t xini_saver_t::cut(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  const std::size_t start = slash != std::string::npos ? slash + 1 : 0;
-  return {path.substr(0, start), path.substr(start)};
+// The length of a path up to its last '/'.
+inline std::size_t xini_saver_t::folder_size(std::string_view path) {
+  std::size_t size = path.size();
+  while (size > 0 && path[size - 1] != '/')
+    --size;
+  return size;
 }
 
 // The path behind all links, whether a file is there or not.
@@ -176,9 +174,8 @@ inline std::string xini_saver_t::follow_links(const std::string& path) {
     char text[kMaxPath];
     const ssize_t length = ::readlink(target.c_str(), text, sizeof text);
     if (length <= 0) break;
-    const std::string link(text, static_cast<std::size_t>(length));
-    target = link[0] == '/' ? "" : cut(target).folder;
-    target += link;
+    target.resize(text[0] == '/' ? 0 : folder_size(target));
+    target.append(text, static_cast<std::size_t>(length));
   }
   return target;
 }
@@ -208,14 +205,15 @@ inline bool xini_saver_t::must_write_in_place(int error) {
   }
 }
 
-inline std::string xini_saver_t::temp_path(const place_t& place, int number) {
+// Makes `temp` the path of a temporary file beside `target`; a name that is too long is cut.
+inline void xini_saver_t::name_temp(std::string& temp, std::string_view target, int number) {
   std::string ending = ".kelvik-tmp";
   if (number > 0) ending += static_cast<char>('0' + number);
-  std::string path = place.folder;
-  path += '.';
-  path.append(place.name, 0, kMaxName - 1 - ending.size());
-  path += ending;
-  return path;
+  const std::size_t folder = folder_size(target);
+  temp = target.substr(0, folder);
+  temp += '.';
+  temp += target.substr(folder, kMaxName - 1 - ending.size());
+  temp += ending;
 }
 
 // Removes a temporary file that nobody holds. False when there is none or it is in use.
@@ -228,11 +226,11 @@ inline bool xini_saver_t::remove_stray(const std::string& temp) {
 }
 
 // Creates and locks the temporary file, passing by those that other savers hold.
-inline int xini_saver_t::create_temp(const place_t& place, mode_t mode, fd_t& file,
+inline int xini_saver_t::create_temp(const std::string& target, mode_t mode, fd_t& file,
                                      std::string& temp) {
   const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   for (int number = 0; number < kMaxTemps; ++number) {
-    temp = temp_path(place, number);
+    name_temp(temp, target, number);
     file.reset(open_file(temp, flags, mode));
     if (!file.is_open() && errno == EEXIST) {
       if (!remove_stray(temp)) continue;
@@ -250,8 +248,11 @@ inline int xini_saver_t::create_temp(const place_t& place, mode_t mode, fd_t& fi
       return error;
     }
     if (made.st_nlink == 0) continue;
-    while (++number < kMaxTemps)
-      remove_stray(temp_path(place, number));
+    std::string stray;
+    while (++number < kMaxTemps) {
+      name_temp(stray, target, number);
+      remove_stray(stray);
+    }
     return 0;
   }
   return EBUSY;
@@ -297,8 +298,10 @@ inline int xini_saver_t::sync(int fd) {
 }
 
 // The new name is in place already: a folder that cannot be synced is no failure of the save.
-inline void xini_saver_t::sync_folder(const std::string& folder) {
-  const fd_t fd(open_file(folder.empty() ? "." : folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+inline void xini_saver_t::sync_folder(std::string path) {
+  path.resize(folder_size(path));
+  if (path.empty()) path += '.';
+  const fd_t fd(open_file(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (fd.is_open()) sync(fd.get());
 }
 
@@ -308,14 +311,14 @@ inline int xini_saver_t::fill(int fd, const std::string& bytes, const struct sta
   return error != 0 ? error : sync(fd);
 }
 
-inline int xini_saver_t::replace(const std::string& target, const std::string& bytes,
+inline int xini_saver_t::replace(const std::string& path, const std::string& bytes,
                                  const struct stat* old) {
-  const place_t place = cut(target);
-  if (place.name.empty()) return EISDIR;
+  std::string target = follow_links(path);
+  if (folder_size(target) == target.size()) return EISDIR;
   if (!is_replaceable(target, old)) return ESTALE;
   fd_t file(-1);
   std::string temp;
-  int error = create_temp(place, old != nullptr ? kPrivateMode : kPlainMode, file, temp);
+  int error = create_temp(target, old != nullptr ? kPrivateMode : kPlainMode, file, temp);
   if (error != 0) return error;
   error = fill(file.get(), bytes, old);
   if (error == 0 && ::rename(temp.c_str(), target.c_str()) != 0) error = errno;
@@ -323,7 +326,7 @@ inline int xini_saver_t::replace(const std::string& target, const std::string& b
     ::unlink(temp.c_str());
     return error;
   }
-  sync_folder(place.folder);
+  sync_folder(std::move(target));
   return 0;
 }
 
