@@ -72,11 +72,14 @@ class xini_file_t : public xini_node_t {
   // The section of that name, outer brackets and whitespace put aside; the name must be a single
   // line and ends before an inner ']', as it would in a file. A missing section is appended, which
   // does not count as a change of the document.
-  xini_section_t& operator[](const std::string& name);
+  xini_section_t& operator[](std::string_view name);
+
+  // Whether operator[] takes that name.
+  static bool takes(std::string_view name) { return is_single(trim_sname(name)); }
 
   // The section of exactly that name but for case, or null.
-  xini_section_t* find_sect(const std::string& name) const {
-    return static_cast<xini_section_t*>(m_xmap_sect.find(name.c_str()));
+  xini_section_t* find_sect(std::string_view name) const {
+    return static_cast<xini_section_t*>(m_xmap_sect.find(name));
   }
 
   // Enters a section that was read while `current` was the last: takes `sect` over and returns it
@@ -99,6 +102,7 @@ class xini_file_t : public xini_node_t {
   // file (a byte-order mark) make its head.
   static bool is_head_byte(char letter) { return static_cast<signed char>(letter) < 0; }
 
+  static std::string_view trim_sname(std::string_view name);
   static bool is_absent(int error);
   void clear();
   xini_section_t* enter_sect(xini_section_t* sect);
@@ -295,11 +299,22 @@ inline bool xini_file_t::dump(const std::string& path) const {
   return xini_saver_t::save(path, bytes);
 }
 
-inline xini_section_t& xini_file_t::operator[](const std::string& name) {
-  std::string trimmed = trim_xstr(name, "[] \t\n\r\f\v");
-  xini_require(xini_section_t::check_sname(trimmed), "xini_section_t::check_sname(xstr_name)");
-  const std::size_t close = trimmed.find(']');
-  if (close != std::string::npos) trimmed = trim_view(std::string_view(trimmed).substr(0, close));
+// The text between outer brackets and whitespace.
+inline std::string_view xini_file_t::trim_sname(std::string_view name) {
+  const auto isOuter = [](char letter) {
+    return is_blank(letter) || letter == '[' || letter == ']';
+  };
+  while (!name.empty() && isOuter(name.front()))
+    name.remove_prefix(1);
+  while (!name.empty() && isOuter(name.back()))
+    name.remove_suffix(1);
+  return name;
+}
+
+inline xini_section_t& xini_file_t::operator[](std::string_view name) {
+  xini_require(takes(name), "xini_section_t::check_sname(xstr_name)");
+  std::string_view trimmed = trim_sname(name);
+  trimmed = trim_view(trimmed.substr(0, trimmed.find(']')));
   xini_section_t* found = find_sect(trimmed);
   if (found != nullptr) return *found;
   std::unique_ptr<xini_section_t> sect = xini_section_t::with_header(trimmed, this);

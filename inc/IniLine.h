@@ -76,7 +76,7 @@ class xini_keyvalue_t : public xini_node_t {
   const std::string& value() const { return m_xstr_value; }
 
   // Stores `value` as it is and marks the document changed; an equal value changes nothing.
-  void invk_set_value(const std::string& value) {
+  void invk_set_value(std::string_view value) {
     if (value == m_xstr_value) return;
     m_xstr_value = value;
     set_dirty(true);
@@ -85,7 +85,7 @@ class xini_keyvalue_t : public xini_node_t {
   // Sets the first line of `text`, trimmed; null counts as empty.
   xini_keyvalue_t& operator=(const char* text) {
     const std::string_view whole(text != nullptr ? text : "");
-    invk_set_value(std::string(trim_view(whole.substr(0, whole.find_first_of("\r\n")))));
+    invk_set_value(trim_view(whole.substr(0, whole.find_first_of("\r\n"))));
     return *this;
   }
 

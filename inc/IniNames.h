@@ -10,15 +10,16 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "IniNode.h"
 
-// Keys or sections by name, none of them owned. A table with open addressing, at most two thirds
-// full, where a name stands within kReach slots of its place. A file can be made such that this
-// does not hold (names of equal hash); then the names are kept in order instead, which takes a
-// little longer, whatever they are. So nothing that a file holds costs more than the logarithm of
-// the number of names.
+// Keys or sections by name, none of them owned; a name counts up to its first NUL. A table with
+// open addressing, at most two thirds full, where a name stands within kReach slots of its place. A
+// file can be made such that this does not hold (names of equal hash); then the names are kept in
+// order instead, which takes a little longer, whatever they are. So nothing that a file holds costs
+// more than the logarithm of the number of names.
 class xini_names_t {
  public:
   xini_names_t() = default;
@@ -26,7 +27,7 @@ class xini_names_t {
   xini_names_t& operator=(const xini_names_t&) = delete;
 
   // The node of that name, or null.
-  xini_node_t* find(const char* name) const;
+  xini_node_t* find(std::string_view name) const;
 
   // Enters a key or section. Returns it, or the node that has its name already. When memory runs
   // out (std::bad_alloc), nothing has changed.
@@ -40,7 +41,7 @@ class xini_names_t {
   void rename(xini_node_t* node, std::string& own, std::string& name);
 
   // What spreads the names over the table.
-  static uint32_t hash_of(const char* name);
+  static uint32_t hash_of(std::string_view name);
 
   // Forgets all of them.
   void clear() noexcept;
@@ -56,13 +57,13 @@ class xini_names_t {
   struct order_t {
     using is_transparent = void;
     bool operator()(const xini_node_t* left, const xini_node_t* right) const {
-      return xini_node_t::xstr_icmp(name_of(left), name_of(right)) < 0;
+      return compare(left, name_of(right)) < 0;
     }
-    bool operator()(const xini_node_t* left, const char* right) const {
-      return xini_node_t::xstr_icmp(name_of(left), right) < 0;
+    bool operator()(const xini_node_t* left, std::string_view right) const {
+      return compare(left, right) < 0;
     }
-    bool operator()(const char* left, const xini_node_t* right) const {
-      return xini_node_t::xstr_icmp(left, name_of(right)) < 0;
+    bool operator()(std::string_view left, const xini_node_t* right) const {
+      return compare(right, left) > 0;
     }
   };
   using ordered_t = std::set<xini_node_t*, order_t>;
@@ -72,9 +73,11 @@ class xini_names_t {
   static constexpr uint32_t kReach = 512;      // slots that are looked at for a name
   static constexpr uint32_t kNoSlot = ~0u;
 
-  static const char* name_of(const xini_node_t* node);
-  uint32_t find_slot(const char* name, uint32_t hash) const;
-  uint32_t make_room(const char* name, uint32_t hash);
+  static const std::string& name_of(const xini_node_t* node);
+  static int compare(const xini_node_t* node, std::string_view name);
+  uint32_t find_slot(std::string_view name, uint32_t hash) const;
+  uint32_t make_room(std::string_view name, uint32_t hash);
+  bool is_full() const { return m_slots == nullptr || m_count >= (m_mask + 1) / 3 * 2; }
   bool grow();
   void keep_in_order();
 
@@ -85,27 +88,41 @@ class xini_names_t {
 };
 
 // FNV-1a over the folded letters; the last step spreads the upper bits to the lower ones.
-inline uint32_t xini_names_t::hash_of(const char* name) {
+inline uint32_t xini_names_t::hash_of(std::string_view name) {
   uint32_t hash = 2166136261u;
-  for (; *name != '\0'; ++name) {
-    hash = (hash ^ static_cast<unsigned char>(xini_node_t::fold(*name))) * 16777619u;
+  for (const char letter : name) {
+    if (letter == '\0') break;
+    hash = (hash ^ static_cast<unsigned char>(xini_node_t::fold(letter))) * 16777619u;
   }
   return hash ^ (hash >> 15);
 }
 
+// xstr_icmp of a node's name and another one.
+inline int xini_names_t::compare(const xini_node_t* node, std::string_view name) {
+  const char* own = name_of(node).c_str();
+  for (const char letter : name) {
+    if (letter == '\0') break;
+    if (*own != letter && xini_node_t::fold(*own) != xini_node_t::fold(letter)) {
+      return xini_node_t::fold(*own) - xini_node_t::fold(letter);
+    }
+    ++own;
+  }
+  return xini_node_t::fold(*own);
+}
+
 // The slot of a name or, where it is none, the free one for it; kNoSlot when there is neither.
-inline uint32_t xini_names_t::find_slot(const char* name, uint32_t hash) const {
+inline uint32_t xini_names_t::find_slot(std::string_view name, uint32_t hash) const {
   if (m_slots == nullptr) return kNoSlot;
   for (uint32_t step = 0; step < kReach; ++step) {
     const uint32_t at = (hash + step) & m_mask;
     const slot_t& slot = m_slots[at];
     if (slot.node == nullptr) return at;
-    if (slot.hash == hash && xini_node_t::xstr_icmp(name_of(slot.node), name) == 0) return at;
+    if (slot.hash == hash && compare(slot.node, name) == 0) return at;
   }
   return kNoSlot;
 }
 
-inline xini_node_t* xini_names_t::find(const char* name) const {
+inline xini_node_t* xini_names_t::find(std::string_view name) const {
   if (m_ordered != nullptr) {
     const auto found = m_ordered->find(name);
     return found != m_ordered->end() ? *found : nullptr;
@@ -116,11 +133,11 @@ inline xini_node_t* xini_names_t::find(const char* name) const {
 
 inline xini_node_t* xini_names_t::insert(xini_node_t* node) {
   if (m_ordered == nullptr) {
-    const char* name = name_of(node);
+    const std::string& name = name_of(node);
     const uint32_t hash = hash_of(name);
     uint32_t at = find_slot(name, hash);
     if (at != kNoSlot && m_slots[at].node != nullptr) return m_slots[at].node;
-    at = make_room(name, hash);
+    if (at == kNoSlot || is_full()) at = make_room(name, hash);
     if (at != kNoSlot) {
       m_slots[at] = {node, hash};
       ++m_count;
@@ -135,7 +152,7 @@ inline void xini_names_t::erase(xini_node_t* node) noexcept {
     m_ordered->erase(m_ordered->find(node));
     return;
   }
-  const char* name = name_of(node);
+  const std::string& name = name_of(node);
   uint32_t hole = find_slot(name, hash_of(name));
   // What stands behind moves up, unless it would come to stand before its place.
   for (uint32_t at = (hole + 1) & m_mask; m_slots[at].node != nullptr; at = (at + 1) & m_mask) {
@@ -149,8 +166,8 @@ inline void xini_names_t::erase(xini_node_t* node) noexcept {
 }
 
 inline void xini_names_t::rename(xini_node_t* node, std::string& own, std::string& name) {
-  const uint32_t hash = hash_of(name.c_str());
-  if (m_ordered == nullptr) make_room(name.c_str(), hash);
+  const uint32_t hash = hash_of(name);
+  if (m_ordered == nullptr) make_room(name, hash);
   if (m_ordered != nullptr) {
     auto entry = m_ordered->extract(m_ordered->find(node));
     own.swap(name);
@@ -159,7 +176,7 @@ inline void xini_names_t::rename(xini_node_t* node, std::string& own, std::strin
   }
   erase(node);
   own.swap(name);
-  m_slots[find_slot(own.c_str(), hash)] = {node, hash};
+  m_slots[find_slot(own, hash)] = {node, hash};
   ++m_count;
 }
 
@@ -172,9 +189,8 @@ inline void xini_names_t::clear() noexcept {
 
 // The free slot for one more name, which is in none; kNoSlot when names are kept in order from now
 // on.
-inline uint32_t xini_names_t::make_room(const char* name, uint32_t hash) {
-  const bool isFull = m_slots == nullptr || m_count >= (m_mask + 1) / 3 * 2;
-  if (!isFull || grow()) {
+inline uint32_t xini_names_t::make_room(std::string_view name, uint32_t hash) {
+  if (!is_full() || grow()) {
     const uint32_t at = find_slot(name, hash);
     if (at != kNoSlot) return at;
   }

@@ -69,9 +69,7 @@ class xini_node_t {
   uint32_t ntype() const { return m_xnode_type; }
 
   // True when the text holds neither '\r' nor '\n'.
-  static bool is_sline(const std::string& text) {
-    return text.find('\n') == std::string::npos && text.find('\r') == std::string::npos;
-  }
+  static bool is_sline(const std::string& text) { return is_single(text); }
 
   // Judges by the first character out of `set` alone: trimmed when there is none, or when it is
   // neither the first nor the last character of the text. So 'a b ' counts as trimmed.
@@ -120,6 +118,11 @@ class xini_node_t {
   static int fold(char letter) {
     const auto code = static_cast<signed char>(letter);
     return code >= 'A' && code <= 'Z' ? code - 'A' + 'a' : code;
+  }
+
+  // is_sline for a text that is no std::string.
+  static bool is_single(std::string_view text) {
+    return text.find('\n') == std::string_view::npos && text.find('\r') == std::string_view::npos;
   }
 
   // The part of the text between its outer whitespace.

@@ -49,11 +49,14 @@ class xini_section_t : public xini_node_t {
 
   // The key of that name (trimmed; it must pass check_kname). A missing one is made with an empty
   // value as the last line of the section, which does not count as a change of the document.
-  xini_keyvalue_t& operator[](const std::string& key);
+  xini_keyvalue_t& operator[](std::string_view key);
+
+  // Whether operator[] takes that name.
+  static bool takes(std::string_view key) { return xini_keyvalue_t::is_kname(trim_view(key)); }
 
   // The key of exactly that name but for case, or null.
-  xini_keyvalue_t* find_knode(const std::string& key) const {
-    return static_cast<xini_keyvalue_t*>(m_xmap_ndkv.find(key.c_str()));
+  xini_keyvalue_t* find_knode(std::string_view key) const {
+    return static_cast<xini_keyvalue_t*>(m_xmap_ndkv.find(key));
   }
 
   // Appends an empty line, a comment or a key of a new name and takes it over. False, and the
@@ -72,7 +75,7 @@ class xini_section_t : public xini_node_t {
   std::size_t pop_tail_comment(std::list<xini_node_t*>& out, bool front);
 
   // Deletes the key of that name (trimmed) and marks the document changed; false if there is none.
-  bool key_remove(const std::string& key);
+  bool key_remove(std::string_view key);
 
   // Gives a key of this section another name, taken as it is, and marks the document changed.
   // True without a change when only the case differs; false when another key has the name or the
@@ -104,10 +107,10 @@ class xini_section_t : public xini_node_t {
 };
 
 // Sections and keys are the nodes that have a name.
-inline const char* xini_names_t::name_of(const xini_node_t* node) {
+inline const std::string& xini_names_t::name_of(const xini_node_t* node) {
   return node->ntype() == XINI_NTYPE_SECTION
-             ? static_cast<const xini_section_t*>(node)->m_xstr_name.c_str()
-             : static_cast<const xini_keyvalue_t*>(node)->m_xstr_kname.c_str();
+             ? static_cast<const xini_section_t*>(node)->m_xstr_name
+             : static_cast<const xini_keyvalue_t*>(node)->m_xstr_kname;
 }
 
 inline xini_section_t::~xini_section_t() {
@@ -155,9 +158,9 @@ inline void xini_section_t::append_to(std::string& text) const {
     append_nodes(run, text);
 }
 
-inline xini_keyvalue_t& xini_section_t::operator[](const std::string& key) {
-  const std::string name = trim_xstr(key);
-  xini_require(xini_keyvalue_t::check_kname(name), "xini_keyvalue_t::check_kname(xstr_nkey)");
+inline xini_keyvalue_t& xini_section_t::operator[](std::string_view key) {
+  xini_require(takes(key), "xini_keyvalue_t::check_kname(xstr_nkey)");
+  const std::string_view name = trim_view(key);
   xini_keyvalue_t* found = find_knode(name);
   if (found != nullptr) return *found;
   std::unique_ptr<xini_keyvalue_t> node(new xini_keyvalue_t(name, {}, m_xowner_ptr));
@@ -270,8 +273,8 @@ inline void xini_section_t::move_run_to(xini_section_t& other) {
   }
 }
 
-inline bool xini_section_t::key_remove(const std::string& key) {
-  const std::unique_ptr<xini_keyvalue_t> node(find_knode(trim_xstr(key)));
+inline bool xini_section_t::key_remove(std::string_view key) {
+  const std::unique_ptr<xini_keyvalue_t> node(find_knode(trim_view(key)));
   if (node == nullptr) return false;
   m_xlst_node.erase(node->m_xitr_place);
   m_xmap_ndkv.erase(node.get());

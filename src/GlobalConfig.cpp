@@ -33,8 +33,6 @@ constexpr char kVersionText[] = "[libkelvik.so(a) V1.2.0.19180 Build 20241104]";
 constexpr char kGlobalSection[] = "Global";
 constexpr char kFileSection[] = "fileName";
 constexpr char kEverything[] = "All";
-constexpr char kBlanks[] = " \t\n\r\f\v";
-constexpr char kBlanksAndBrackets[] = "[] \t\n\r\f\v";
 
 constexpr int kKeep = -1;  // no key, no number, or this very number: the setting stays as it is
 
@@ -126,11 +124,6 @@ class CInitializeGuard {
   CInitializeGuard(const CInitializeGuard&) = delete;
   CInitializeGuard& operator=(const CInitializeGuard&) = delete;
 };
-
-// A name with a line end inside has no header line, and so no section.
-bool CanNameSection(const char* name) {
-  return xini_node_t::is_sline(xini_node_t::trim_xstr(name, kBlanksAndBrackets));
-}
 
 uint8_t LevelBit(eLogLevel level) {
   return static_cast<uint8_t>(1U << level);
@@ -287,8 +280,9 @@ int CGlobal::ConfigFileInitialize() {
 
 int CGlobal::GetKeyValue(xini_file_t* doc, const char* key, const char* section) {
   if (doc == nullptr || key == nullptr) return kKeep;
-  if (!xini_keyvalue_t::check_kname(xini_node_t::trim_xstr(key, kBlanks))) return kKeep;
-  if (section != nullptr && CanNameSection(section)) {
+  if (!xini_section_t::takes(key)) return kKeep;
+  // A name with a line end inside has no header line, and so no section.
+  if (section != nullptr && xini_file_t::takes(section)) {
     const int value = GetNumber(FindSection(*doc, section), key);
     if (value != kKeep) return value;
   }
@@ -305,7 +299,7 @@ int CGlobal::ReadAttributeByConfigFile(const char* module, tagAttribute& attribu
   int levels[kLevelCount];
   bool isRead = false;
   const int result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
-    if (!CanNameSection(module)) return;
+    if (!xini_file_t::takes(module)) return;
     SetText(FindSection(document, module), "Version", version);
     for (size_t i = 0; i < kLevelCount; ++i) {
       levels[i] = GetKeyValue(&document, kLevels[i].m_Key, module);
@@ -370,7 +364,7 @@ int CGlobal::SaveMoudleAttri2File(const char* name) {
   }
   return EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
     for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
-      if (!isChosen(node) || !CanNameSection(node->m_Name)) continue;
+      if (!isChosen(node) || !xini_file_t::takes(node->m_Name)) continue;
       WriteModule(FindSection(document, node->m_Name), *GetAttribute(node->m_Name));
     }
   });
