@@ -40,7 +40,7 @@
 class xini_file_t : public xini_node_t {
  public:
   // Makes an empty document and loads `path`; a missing file leaves it empty and bound to the path.
-  explicit xini_file_t(const std::string& path) : xini_file_t() { load(path); }
+  explicit xini_file_t(std::string path) : xini_file_t() { load(std::move(path)); }
   // Saves a changed document, as release() does.
   /* cppcheck-suppress virtualCallInConstructor ; it is taken for the constructor above */
   ~xini_file_t() override;
@@ -50,7 +50,7 @@ class xini_file_t : public xini_node_t {
   // creates the file. False as well when reading fails (a directory, an I/O error): then the
   // document is empty and bound to nothing, so that no save destroys what could not be read. A
   // device counts as a file that cannot be opened.
-  bool load(const std::string& path);
+  bool load(std::string path);
 
   // Appends the lines of a stream, up to its end or its first failure; lines that are no comment,
   // section or key, and keys that their section has already, are dropped. A section that exists is
@@ -153,10 +153,9 @@ inline bool xini_file_t::is_absent(int error) {
          error == EACCES || error == ENXIO;
 }
 
-inline bool xini_file_t::load(const std::string& path) {
-  std::string kept(path);  // the caller's text may be a part of this document
+inline bool xini_file_t::load(std::string path) {
   release();
-  m_xstr_path.swap(kept);
+  m_xstr_path.swap(path);
   if (m_xstr_path.empty()) return false;
   bool isWhole = false;
   try {
@@ -326,14 +325,7 @@ inline xini_section_t& xini_file_t::operator[](std::string_view name) {
 inline bool xini_file_t::rename_nsub(xini_node_t* sect, const std::string& name) {
   if (sect == nullptr) return false;
   xini_require(XINI_NTYPE_SECTION == sect->ntype(), "XINI_NTYPE_SECTION == xnsub_ptr->ntype()");
-  xini_section_t* node = static_cast<xini_section_t*>(sect);
-  if (find_sect(node->m_xstr_name) != node) return false;
-  const xini_node_t* other = find_sect(name);
-  if (other != nullptr) return other == node;
-  std::string stored(name);
-  m_xmap_sect.rename(node, node->m_xstr_name, stored);
-  m_xbt_dirty = true;
-  return true;
+  return m_xmap_sect.rename(sect, name, *this);
 }
 
 #endif  // KELVIK_INIFILE_H_

@@ -36,9 +36,10 @@ class xini_names_t {
   // Forgets a node that was entered.
   void erase(xini_node_t* node) noexcept;
 
-  // Enters a node under another name: exchanges `name`, which no node has, with `own`, the string
-  // that holds the node's name. When memory runs out, nothing has changed.
-  void rename(xini_node_t* node, std::string& own, std::string& name);
+  // Gives a node that was entered another name and marks `parent` changed. True without a change
+  // when only the case differs; false when another node has the name or the node is none of these.
+  // When memory runs out, nothing has changed.
+  bool rename(xini_node_t* node, const std::string& name, xini_node_t& parent);
 
   // What spreads the names over the table.
   static uint32_t hash_of(std::string_view name);
@@ -56,13 +57,13 @@ class xini_names_t {
   };
   struct order_t {
     using is_transparent = void;
-    bool operator()(const xini_node_t* left, const xini_node_t* right) const {
+    bool operator()(xini_node_t* left, xini_node_t* right) const {
       return compare(left, name_of(right)) < 0;
     }
-    bool operator()(const xini_node_t* left, std::string_view right) const {
+    bool operator()(xini_node_t* left, std::string_view right) const {
       return compare(left, right) < 0;
     }
-    bool operator()(std::string_view left, const xini_node_t* right) const {
+    bool operator()(std::string_view left, xini_node_t* right) const {
       return compare(right, left) > 0;
     }
   };
@@ -73,8 +74,8 @@ class xini_names_t {
   static constexpr uint32_t kReach = 512;      // slots that are looked at for a name
   static constexpr uint32_t kNoSlot = ~0u;
 
-  static const std::string& name_of(const xini_node_t* node);
-  static int compare(const xini_node_t* node, std::string_view name);
+  static std::string& name_of(xini_node_t* node);
+  static int compare(xini_node_t* node, std::string_view name);
   uint32_t find_slot(std::string_view name, uint32_t hash) const;
   uint32_t make_room(std::string_view name, uint32_t hash);
   bool is_full() const { return m_slots == nullptr || m_count >= (m_mask + 1) / 3 * 2; }
@@ -98,7 +99,7 @@ inline uint32_t xini_names_t::hash_of(std::string_view name) {
 }
 
 // xstr_icmp of a node's name and another one.
-inline int xini_names_t::compare(const xini_node_t* node, std::string_view name) {
+inline int xini_names_t::compare(xini_node_t* node, std::string_view name) {
   const char* own = name_of(node).c_str();
   for (const char letter : name) {
     if (letter == '\0') break;
@@ -165,19 +166,26 @@ inline void xini_names_t::erase(xini_node_t* node) noexcept {
   --m_count;
 }
 
-inline void xini_names_t::rename(xini_node_t* node, std::string& own, std::string& name) {
+inline bool xini_names_t::rename(xini_node_t* node, const std::string& name, xini_node_t& parent) {
+  std::string& own = name_of(node);
+  if (find(own) != node) return false;
+  const xini_node_t* other = find(name);
+  if (other != nullptr) return other == node;
+  std::string stored(name);
   const uint32_t hash = hash_of(name);
   if (m_ordered == nullptr) make_room(name, hash);
   if (m_ordered != nullptr) {
     auto entry = m_ordered->extract(m_ordered->find(node));
-    own.swap(name);
+    own.swap(stored);
     m_ordered->insert(std::move(entry));
-    return;
+  } else {
+    erase(node);
+    own.swap(stored);
+    m_slots[find_slot(own, hash)] = {node, hash};
+    ++m_count;
   }
-  erase(node);
-  own.swap(name);
-  m_slots[find_slot(own, hash)] = {node, hash};
-  ++m_count;
+  parent.set_dirty(true);
+  return true;
 }
 
 inline void xini_names_t::clear() noexcept {

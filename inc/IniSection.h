@@ -107,10 +107,9 @@ class xini_section_t : public xini_node_t {
 };
 
 // Sections and keys are the nodes that have a name.
-inline const std::string& xini_names_t::name_of(const xini_node_t* node) {
-  return node->ntype() == XINI_NTYPE_SECTION
-             ? static_cast<const xini_section_t*>(node)->m_xstr_name
-             : static_cast<const xini_keyvalue_t*>(node)->m_xstr_kname;
+inline std::string& xini_names_t::name_of(xini_node_t* node) {
+  return node->ntype() == XINI_NTYPE_SECTION ? static_cast<xini_section_t*>(node)->m_xstr_name
+                                             : static_cast<xini_keyvalue_t*>(node)->m_xstr_kname;
 }
 
 inline xini_section_t::~xini_section_t() {
@@ -285,14 +284,7 @@ inline bool xini_section_t::key_remove(std::string_view key) {
 inline bool xini_section_t::rename_nsub(xini_node_t* key, const std::string& name) {
   if (key == nullptr) return false;
   xini_require(XINI_NTYPE_KEYVALUE == key->ntype(), "XINI_NTYPE_KEYVALUE == xnsub_ptr->ntype()");
-  xini_keyvalue_t* node = static_cast<xini_keyvalue_t*>(key);
-  if (find_knode(node->m_xstr_kname) != node) return false;
-  const xini_node_t* other = find_knode(name);
-  if (other != nullptr) return other == node;
-  std::string stored(name);
-  m_xmap_ndkv.rename(node, node->m_xstr_kname, stored);
-  set_dirty(true);
-  return true;
+  return m_xmap_ndkv.rename(key, name, *this);
 }
 
 #endif  // KELVIK_INISECTION_H_

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <exception>
-#include <string>
 
 #include "Kelvik.h"
 #include "NoCancel.h"
@@ -23,8 +22,7 @@ int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit) {
   const CNoCancel whole;  // the document saves itself in its destructor
   const CScopeLock guard(mutex);
   try {
-    const std::string file(path);
-    xini_file_t document(file);
+    xini_file_t document(path);
     try {
       edit(document);
     } catch (const std::exception&) {
