@@ -18,6 +18,7 @@ class xini_file_t;
 
 namespace Kelvik {
 
+class CConfigChange;
 constexpr int kConfigPathBytes = 128;  // bytes of the configuration file's path with its NUL
 
 // Any thread may call any method at any time. Results: 0 done, 1 missing callback parameter or the
@@ -150,6 +151,11 @@ class KELVIK_API CGlobal {
   std::map<std::string, tagAttribute> m_ModuleAttribute;  // grows only; written under m_ModuleMutex
   char m_ConfigFilePath[kConfigPathBytes];                // written once, under m_ModuleMutex
 
+  // Empty until it was set; it never changes afterwards.
+  const char* ConfigFilePath() const {
+    return __atomic_load_n(&s_ConfigPathSet, __ATOMIC_ACQUIRE) ? m_ConfigFilePath : "";
+  }
+
   // The registered modules in byte order of their names, for readers that take no lock.
   struct tagModuleNode {
     const char* m_Name;         // not owned: the key in m_ModuleAttribute
@@ -210,6 +216,7 @@ class KELVIK_API CGlobal {
   tagKnownName m_Known[kKnownNames];
 
   friend class COutput;
+  friend int EditConfigFile(CGlobal& context, const CConfigChange& edit);
 };
 
 }  // namespace Kelvik

@@ -6,13 +6,15 @@
 
 #include <exception>
 
+#include "Global.h"
 #include "Kelvik.h"
 #include "NoCancel.h"
 #include "ScopeLock.h"
 
 namespace Kelvik {
 
-int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit) {
+int EditConfigFile(CGlobal& context, const CConfigChange& edit) {
+  const char* path = context.ConfigFilePath();
   // A pipe would keep the caller, and with it everybody who needs the lock, until somebody reads
   // it.
   struct stat status;
@@ -20,7 +22,7 @@ int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit) {
     return eResultFailure;
   }
   const CNoCancel whole;  // the document saves itself in its destructor
-  const CScopeLock guard(mutex);
+  const CScopeLock guard(context.m_ConfigMutex);
   try {
     xini_file_t document(path);
     try {

@@ -3,9 +3,10 @@
 #define KELVIK_CONFIGEDIT_H_
 
 #include "IniFile.h"
-#include "Mutex.h"
 
 namespace Kelvik {
+
+class CGlobal;
 
 // A function object with the signature void(xini_file_t&), called in place: neither copied nor
 // owned, so it lives as long as the call it is given to. One body of EditConfigFile serves them
@@ -24,16 +25,16 @@ class CConfigChange {
   void (*m_Call)(const void* object, xini_file_t& document);
 };
 
-// Loads the document at path, runs edit and saves what changed, all while mutex (the
-// context's m_ConfigMutex) is held, so that two threads lose no entry of each other. A missing file
-// is an empty document; a file that cannot be written stays as it is and the change is lost.
+// Loads the context's configuration file, runs edit and saves what changed, all while m_ConfigMutex
+// is held, so that two threads lose no entry of each other. A missing file, or none named yet, is
+// an empty document; where nothing can be written the change is lost.
 //
 // edit takes no lock of the output engine, does not print, and hands to the document only names
 // that can stand in a line of their own.
 //
-// Returns eResultSuccess, or eResultFailure when memory ran out or path is a pipe: nothing is saved
-// then. Throws nothing.
-int EditConfigFile(CMutex& mutex, const char* path, const CConfigChange& edit);
+// Returns eResultSuccess, or eResultFailure when memory ran out or the file is a pipe: nothing is
+// saved then. Throws nothing.
+int EditConfigFile(CGlobal& context, const CConfigChange& edit);
 
 // Keys of a section; a missing one is made. The name must be one that a key can have.
 int GetNumber(xini_section_t& section, const char* key);  // -1: no number

@@ -10,6 +10,7 @@
 #include <pthread.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -59,38 +60,39 @@ constexpr tagLevelKey kLevels[] = {
 };
 constexpr size_t kLevelCount = sizeof(kLevels) / sizeof(kLevels[0]);
 
-// A limit of the file: the rule gives the number to store, or kKeep.
+// A limit of the file.
 struct tagWordKey {
   const char* m_ReadKey;  // the two spellings name the same key; a new one gets the spelling used
   const char* m_WriteKey;
   size_t m_Offset;   // of the field in tagAttribute
   uint32_t m_Scale;  // units of the field in one of the file
-  int (*m_Rule)(int value);
 };
-
-int AnyNumber(int value) {
-  return value;
-}
-int CountRule(int value) {
-  return value > kSlotCount ? kSlotCount : value;
-}
-int BufferRule(int value) {
-  return value >= 1 && value <= 1024 ? value : kKeep;
-}
-int IntervalRule(int value) {
-  return value == 0 || value >= 200 ? value : kKeep;
-}
 
 constexpr tagWordKey kWords[] = {
-    {"logMaxSize", "LogMaxSize", offsetof(tagAttribute, m_LogMaxSize), 1024, AnyNumber},
-    {"logMaxDuration", "LogMaxDuration", offsetof(tagAttribute, m_LogMaxDuration), 1, AnyNumber},
-    {"logMaxCount", "LogMaxCount", offsetof(tagAttribute, m_LogMaxCount), 1, CountRule},
-    {"bufferSize", "bufferSize", offsetof(tagAttribute, m_BufferSize), 1024, BufferRule},
-    {"writeInterval", "writeInterval", offsetof(tagAttribute, m_WriteInterval), 1, IntervalRule},
+    {"logMaxSize", "LogMaxSize", offsetof(tagAttribute, m_LogMaxSize), 1024},
+    {"logMaxDuration", "LogMaxDuration", offsetof(tagAttribute, m_LogMaxDuration), 1},
+    {"logMaxCount", "LogMaxCount", offsetof(tagAttribute, m_LogMaxCount), 1},
+    {"bufferSize", "bufferSize", offsetof(tagAttribute, m_BufferSize), 1024},
+    {"writeInterval", "writeInterval", offsetof(tagAttribute, m_WriteInterval), 1},
 };
 constexpr size_t kWordCount = sizeof(kWords) / sizeof(kWords[0]);
-constexpr size_t kCountWord = 2;        // logMaxCount
-constexpr size_t kFirstBufferWord = 3;  // LogFilePath is written before it
+constexpr size_t kCountWord = 2;
+constexpr size_t kBufferWord = 3;  // LogFilePath is written before it
+constexpr size_t kIntervalWord = 4;
+
+// The number of a word to store, in the file's units, or kKeep.
+int TakeWord(size_t word, int value) {
+  switch (word) {
+    case kCountWord:
+      return value > kSlotCount ? kSlotCount : value;
+    case kBufferWord:
+      return value >= 1 && value <= 1024 ? value : kKeep;
+    case kIntervalWord:
+      return value == 0 || value >= 200 ? value : kKeep;
+    default:
+      return value;
+  }
+}
 
 // Not listed in a file: it is read where somebody has set it, and never added.
 constexpr char kOverflowKey[] = "Overflow";
@@ -108,9 +110,9 @@ struct tagFileSettings {
   int m_Words[kWordCount];  // in the file's units
   int m_Levels[kLevelCount];
   int m_LogIndex;
-  int m_Overflow;  // eOverflowPolicy
-  std::string m_LogPath;
-  std::string m_FileNames[kSlotCount];
+  int m_Overflow;       // eOverflowPolicy
+  int m_Slots;          // of the ring: so many names are read
+  std::string m_Texts;  // the log path and the names of the ring's files, each with its NUL
 };
 
 // One caller of ConfigFileInitialize reads at a time; the next one waits until the settings are in
@@ -149,18 +151,10 @@ void ApplyLevels(uint8_t& mask, const int (&levels)[kLevelCount]) {
 }
 
 // A text with a NUL inside comes from a damaged file; what stands before it would be another path.
-std::string ReadText(xini_section_t& section, const char* key) {
+void ReadText(xini_section_t& section, const char* key, std::string& texts) {
   const std::string& text = section[key].value();
-  return text.find('\0') == std::string::npos ? text : std::string();
-}
-
-void ReadFileIndex(xini_file_t& document, int slots, tagFileSettings& settings) {
-  settings.m_LogIndex = GetNumber(FindSection(document, kGlobalSection), "LogIndex");
-  for (int i = 0; i < slots && i < kSlotCount; ++i) {
-    char key[24];
-    std::snprintf(key, sizeof(key), "fileName_%d", i);
-    settings.m_FileNames[i] = ReadText(FindSection(document, kFileSection), key);
-  }
+  if (text.find('\0') == std::string::npos) texts += text;
+  texts += '\0';
 }
 
 // The policy's name in any case; any other text says nothing.
@@ -178,38 +172,46 @@ int ReadOverflow(const xini_file_t& document) {
 }
 
 // count: the files kept when the file does not say.
-void ReadSettings(CGlobal& context, xini_file_t& document, int count, tagFileSettings& settings) {
+void ReadSettings(xini_file_t& document, int count, tagFileSettings& settings) {
   xini_section_t& global = FindSection(document, kGlobalSection);
   SetText(global, "Version", kVersionText);
   for (size_t i = 0; i < kSwitchCount; ++i) {
     settings.m_Switches[i] = GetNumber(global, kSwitches[i].m_Key);
   }
   for (size_t i = 0; i < kWordCount; ++i) {
-    settings.m_Words[i] = kWords[i].m_Rule(GetNumber(global, kWords[i].m_ReadKey));
+    settings.m_Words[i] = TakeWord(i, GetNumber(global, kWords[i].m_ReadKey));
   }
   for (size_t i = 0; i < kLevelCount; ++i) {
-    settings.m_Levels[i] = context.GetKeyValue(&document, kLevels[i].m_Key, kGlobalSection);
+    settings.m_Levels[i] = GetNumber(global, kLevels[i].m_Key);
   }
   settings.m_Overflow = ReadOverflow(document);
-  settings.m_LogPath = ReadText(global, "LogFilePath");
+  ReadText(global, "LogFilePath", settings.m_Texts);
+  settings.m_LogIndex = GetNumber(global, "LogIndex");
   const int read = settings.m_Words[kCountWord];
-  ReadFileIndex(document, read == kKeep ? count : read, settings);
+  settings.m_Slots = std::min(read == kKeep ? count : read, kSlotCount);
+  for (int i = 0; i < settings.m_Slots; ++i) {
+    char key[24];
+    std::snprintf(key, sizeof(key), "fileName_%d", i);
+    ReadText(FindSection(document, kFileSection), key, settings.m_Texts);
+  }
 }
 
 // Bytes of the file, at most INT_MAX; 0 when there is none.
-int MeasureFile(const std::string& path) {
+int MeasureFile(const char* path) {
   struct stat status;
   std::memset(&status, 0, sizeof(status));
-  if (::stat(path.c_str(), &status) != 0) return errno == EOVERFLOW ? INT_MAX : 0;
+  if (::stat(path, &status) != 0) return errno == EOVERFLOW ? INT_MAX : 0;
   return status.st_size < INT_MAX ? static_cast<int>(status.st_size) : INT_MAX;
 }
 
-// After the log path, against which the names are held.
-void RestoreRing(COutput& output, const tagFileSettings& settings, int slots) {
-  for (int i = 0; i < slots && i < kSlotCount; ++i) {
-    const std::string& name = settings.m_FileNames[i];
-    if (!name.empty()) output.SetLogName(i, name.c_str());
-    if (i == settings.m_LogIndex) output.SetCurrentFileInfo(i, MeasureFile(name));
+// The log path, and the ring's files, whose names are held against it.
+void RestoreRing(CGlobal& context, const tagFileSettings& settings) {
+  const char* text = settings.m_Texts.c_str();
+  if (*text != '\0') context.SetLogPath(text);
+  for (int i = 0; i < settings.m_Slots; ++i) {
+    text += std::strlen(text) + 1;
+    context.m_Output.SetLogName(i, text);
+    if (i == settings.m_LogIndex) context.m_Output.SetCurrentFileInfo(i, MeasureFile(text));
   }
 }
 
@@ -242,16 +244,13 @@ int CGlobal::ConfigFileInitialize() {
   {
     const CInitializeGuard guard;
     if (RelaxedLoad(s_ConfigLoaded)) return eResultInvalid;
-    char path[kConfigPathBytes];
-    GetConfigFilePath(path);
-    if (path[0] != '\0') {
+    if (*ConfigFilePath() != '\0') {
       tagAttribute current;
       CopyAttribute(current);
       const int count = static_cast<int>(current.m_LogMaxCount);
       tagFileSettings settings;
-      result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
-        ReadSettings(*this, document, count, settings);
-      });
+      result = EditConfigFile(
+          *this, [&](xini_file_t& document) { ReadSettings(document, count, settings); });
       if (result == eResultSuccess) {
         ApplySwitches(m_Attribute, settings.m_Switches);
         for (size_t i = 0; i < kWordCount; ++i) {
@@ -264,9 +263,7 @@ int CGlobal::ConfigFileInitialize() {
         if (settings.m_Overflow != kKeep) {
           m_Output.SetOverflow(static_cast<eOverflowPolicy>(settings.m_Overflow));
         }
-        if (!settings.m_LogPath.empty()) SetLogPath(settings.m_LogPath.c_str());
-        const int read = settings.m_Words[kCountWord];
-        RestoreRing(m_Output, settings, read == kKeep ? count : read);
+        RestoreRing(*this, settings);
       }
     }
     RelaxedStore(g_WriterIsStarting, true);
@@ -291,14 +288,12 @@ int CGlobal::GetKeyValue(xini_file_t* doc, const char* key, const char* section)
 
 int CGlobal::ReadAttributeByConfigFile(const char* module, tagAttribute& attribute,
                                        const char* version) {
-  char path[kConfigPathBytes];
-  GetConfigFilePath(path);
-  if (module == nullptr || path[0] == '\0') return eResultInvalid;
+  if (module == nullptr || *ConfigFilePath() == '\0') return eResultInvalid;
   if (version == nullptr) version = "";
   std::printf("************************ module = %s, version = %s\n", module, version);
   int levels[kLevelCount];
   bool isRead = false;
-  const int result = EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+  const int result = EditConfigFile(*this, [&](xini_file_t& document) {
     if (!xini_file_t::takes(module)) return;
     SetText(FindSection(document, module), "Version", version);
     for (size_t i = 0; i < kLevelCount; ++i) {
@@ -313,9 +308,7 @@ int CGlobal::ReadAttributeByConfigFile(const char* module, tagAttribute& attribu
 }
 
 int CGlobal::SaveAttribute2File(const char* name) {
-  char path[kConfigPathBytes];
-  GetConfigFilePath(path);
-  if (path[0] == '\0' || name == nullptr || *name == '\0') return eResultInvalid;
+  if (*ConfigFilePath() == '\0' || name == nullptr || *name == '\0') return eResultInvalid;
   if (ContainsIgnoreCase(kGlobalSection, name)) return SaveGlobalAtri();
   if (ContainsIgnoreCase(kEverything, name)) {
     const int result = SaveGlobalAtri();
@@ -325,11 +318,11 @@ int CGlobal::SaveAttribute2File(const char* name) {
 }
 
 int CGlobal::SaveGlobalAtri() {
-  char path[kConfigPathBytes];
-  GetConfigFilePath(path);
   tagAttribute attribute;
   CopyAttribute(attribute);
-  return EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+  char path[kLogPathBytes + 1] = {};
+  std::memcpy(path, attribute.m_LogPath, kLogPathBytes);
+  return EditConfigFile(*this, [&](xini_file_t& document) {
     xini_section_t& global = FindSection(document, kGlobalSection);
     for (const tagSwitchKey& key : kSwitches) {
       SetNumber(global, key.m_Key, attribute.*key.m_Field != 0 ? 1 : 0);
@@ -338,20 +331,16 @@ int CGlobal::SaveGlobalAtri() {
     RelaxedStore(m_Attribute.m_OutputDateTime, 1);
     SetNumber(global, "OutputDateTime", 1);
     SetNumber(global, "OutputThreadID", attribute.m_OutputThreadID != 0 ? 1 : 0);
-    for (size_t i = 0; i < kFirstBufferWord; ++i)
+    for (size_t i = 0; i < kWordCount; ++i) {
+      if (i == kBufferWord) SetText(global, "LogFilePath", path);
       WriteWord(global, kWords[i], attribute);
-    const size_t length = ::strnlen(attribute.m_LogPath, kLogPathBytes);
-    SetText(global, "LogFilePath", std::string(attribute.m_LogPath, length).c_str());
-    for (size_t i = kFirstBufferWord; i < kWordCount; ++i)
-      WriteWord(global, kWords[i], attribute);
+    }
     WriteLevels(global, attribute.m_LevelMask);
   });
 }
 
 int CGlobal::SaveMoudleAttri2File(const char* name) {
   if (name == nullptr) return eResultInvalid;
-  char path[kConfigPathBytes];
-  GetConfigFilePath(path);
   const bool isAll = ContainsIgnoreCase(kEverything, name);
   const auto isChosen = [&](const tagModuleNode* node) {
     return isAll || ContainsIgnoreCase(node->m_Name, name);
@@ -362,7 +351,7 @@ int CGlobal::SaveMoudleAttri2File(const char* name) {
     // The record that the name finds, which may be another module's.
     RelaxedStore(GetAttribute(node->m_Name)->m_OutputDateTime, 1);
   }
-  return EditConfigFile(m_ConfigMutex, path, [&](xini_file_t& document) {
+  return EditConfigFile(*this, [&](xini_file_t& document) {
     for (const tagModuleNode* node = FirstModule(); node != nullptr; node = NextModule(node)) {
       if (!isChosen(node) || !xini_file_t::takes(node->m_Name)) continue;
       WriteModule(FindSection(document, node->m_Name), *GetAttribute(node->m_Name));

@@ -20,7 +20,6 @@ namespace {
 constexpr char kIndexSection[] = "fileName";
 constexpr char kGlobalSection[] = "Global";
 constexpr char kIndexKey[] = "LogIndex";
-constexpr size_t kConfigFieldBytes = 256;
 constexpr size_t kKeyBytes = 24;
 constexpr size_t kShortestPath = 19;  // characters; a shorter name stands under the log path
 constexpr char kHere[] = "./";
@@ -32,13 +31,10 @@ void MakeSlotKey(char (&key)[kKeyBytes], int slot) {
 }  // namespace
 
 int COutput::WriteFileName2Ini(int slot, const char* path) {
+  if (path == nullptr) return eResultInvalid;
   CGlobal* global = CGlobal::Instance();
-  char config[kConfigFieldBytes] = {};
-  if (path == nullptr || global->GetConfigFilePath(config) != eResultSuccess) {
-    return eResultInvalid;
-  }
-  if (config[0] == '\0') return eResultSuccess;
-  EditConfigFile(global->m_ConfigMutex, config, [slot, path](xini_file_t& document) {
+  if (*global->ConfigFilePath() == '\0') return eResultSuccess;
+  EditConfigFile(*global, [slot, path](xini_file_t& document) {
     char key[kKeyBytes];
     MakeSlotKey(key, slot);
     SetText(FindSection(document, kIndexSection), key, path);
@@ -64,10 +60,8 @@ int COutput::ClearFileInfo() {
   EmptyFront();
   m_FileSize = 0;
   m_FileIndex = 0;
-  char config[kConfigFieldBytes] = {};
-  global->GetConfigFilePath(config);
-  if (config[0] == '\0') return eResultSuccess;
-  EditConfigFile(global->m_ConfigMutex, config, [count](xini_file_t& document) {
+  if (*global->ConfigFilePath() == '\0') return eResultSuccess;
+  EditConfigFile(*global, [count](xini_file_t& document) {
     for (int slot = 0; slot < count; ++slot) {
       char key[kKeyBytes];
       MakeSlotKey(key, slot);

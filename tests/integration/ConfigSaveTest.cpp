@@ -254,19 +254,24 @@ TEST(ConfigSave, NoModuleNameHarmsTheOtherSections) {
   EXPECT_EQ("7", entries["global/logmaxcount"]);
 }
 
+// args: configuration path.
+CHILD_CASE(SaveHalf) {
+  CGlobal& context = *CGlobal::Instance();
+  SetConfigFilePath(args[0].c_str());
+  EXPECT_EQ(1, EditConfigFile(context, [](xini_file_t& document) {
+              SetText(FindSection(document, "net"), "Version", "V2");
+              throw std::bad_alloc();
+            }));
+  return 0;
+}
+
 TEST(ConfigSave, ChangeThatRunsOutOfMemoryHalfwayIsNotSaved) {
   const CTempDir folder;
   const std::string path = folder.File("kelvik.ini");
   const std::string content = "[net]\nVersion=V1\n";
   ASSERT_TRUE(WriteFile(path, content));
-  CMutex mutex;
-  ASSERT_EQ(0, mutex.create());
-  EXPECT_EQ(1, EditConfigFile(mutex, path.c_str(), [](xini_file_t& document) {
-              SetText(FindSection(document, "net"), "Version", "V2");
-              throw std::bad_alloc();
-            }));
+  ASSERT_TRUE(Succeeded(RunChild("SaveHalf", {path})));
   EXPECT_EQ(content, ReadFile(path));
-  EXPECT_EQ(0, mutex.destroy());
 }
 
 // --- Several threads ---
