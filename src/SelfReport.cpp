@@ -17,21 +17,21 @@ constexpr size_t kErrorTextBytes = 128;
 
 struct tagReportState {
   bool m_Reporting;
-  bool m_MayUseFile;
+  bool m_ToNoFile;
 };
 
-thread_local tagReportState t_Report = {false, true};
+thread_local tagReportState t_Report = {false, false};
 
 // Marks the calling thread as reporting for a scope and keeps its errno.
 class CReport {
  public:
   explicit CReport(eReportSink sink) : m_Errno(errno), m_Allowed(!t_Report.m_Reporting) {
-    if (m_Allowed) t_Report = {true, sink == eReportSink::kAll};
+    if (m_Allowed) t_Report = {true, sink == eReportSink::kNoFile};
   }
   CReport(const CReport&) = delete;
   CReport& operator=(const CReport&) = delete;
   ~CReport() {
-    if (m_Allowed) t_Report = {false, true};
+    if (m_Allowed) t_Report = {false, false};
     errno = m_Errno;
   }
 
@@ -113,7 +113,7 @@ bool IsReporting() {
 }
 
 bool ReportMayUseFile() {
-  return t_Report.m_MayUseFile;
+  return !t_Report.m_ToNoFile;
 }
 
 }  // namespace Kelvik

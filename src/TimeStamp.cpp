@@ -77,11 +77,17 @@ class CConversionGuard {
   }
 };
 
-// Caller holds s_ConversionLock.
+// From now on no reader takes what stands in g_KnownSecond. Returns the even number that says so.
+// Caller holds s_ConversionLock, here and below.
+uint32_t ForgetKnownSecond() {
+  const uint32_t sequence = (RelaxedLoad(g_KnownSecond.m_Sequence) + 1) & ~1u;
+  RelaxedStore(g_KnownSecond.m_Sequence, sequence);
+  return sequence;
+}
+
 void StoreKnownSecond(int64_t second, const tagTimeStamp& stamp, uint32_t headLength) {
   tagKnownSecond& known = g_KnownSecond;
-  const uint32_t sequence = RelaxedLoad(known.m_Sequence) | 1;
-  RelaxedStore(known.m_Sequence, sequence);
+  const uint32_t sequence = ForgetKnownSecond();
   OrderStores();
   for (size_t word = 0; word < sizeof(second) / sizeof(uintptr_t); ++word)
     RelaxedStore(known.m_Second[word], SecondWord(second, word));
@@ -112,7 +118,7 @@ bool ConvertSecond(time_t second, tagTimeStamp& stamp, uint32_t& headLength) {
       headLength = static_cast<uint32_t>(std::min(length, kDateTimeBytes - 1) - kMillisecondDigits);
       StoreKnownSecond(second, stamp, headLength);
     } else {
-      RelaxedStore(g_KnownSecond.m_Sequence, RelaxedLoad(g_KnownSecond.m_Sequence) | 1);
+      ForgetKnownSecond();
     }
   }
   return converted;
@@ -120,7 +126,7 @@ bool ConvertSecond(time_t second, tagTimeStamp& stamp, uint32_t& headLength) {
 
 }  // namespace
 
-tagKnownSecond g_KnownSecond = {1, 0, {}, {}, {}};
+tagKnownSecond g_KnownSecond = {0, 0, {}, {}, {}};
 
 bool TakeTimeStamp(tagTimeStamp& stamp) {
   timeval now = {};

@@ -52,9 +52,9 @@ constexpr int kMillisecondDigits = 3;
 constexpr int kHeadBytes = 24;  // the text up to the milliseconds: 20 or, in far years, 21
 
 // The second that was converted last, for all threads: read without a lock, word by word, and taken
-// for good when m_Sequence is the same afterwards and even. Written under the conversion's lock.
+// for good when m_Sequence is the same afterwards and odd. Written under the conversion's lock.
 struct tagKnownSecond {
-  uint32_t m_Sequence;    // odd: nothing whole stands here
+  uint32_t m_Sequence;    // even: nothing whole stands here
   uint32_t m_HeadLength;  // bytes of m_Head, '.' included
   uintptr_t m_Second[sizeof(int64_t) / sizeof(uintptr_t)];
   uintptr_t m_Head[kHeadBytes / sizeof(uintptr_t)];
@@ -83,7 +83,7 @@ inline bool ReadKnownSecond(int64_t second, char* head, uint32_t& length, tagAbs
                    RelaxedLoad(known.m_Time[word]));
   }
   OrderLoads();
-  return RelaxedLoad(known.m_Sequence) == sequence && (sequence & 1) == 0;
+  return RelaxedLoad(known.m_Sequence) == sequence && (sequence & 1) != 0;
 }
 
 // Writes three digits; returns the byte behind them.
