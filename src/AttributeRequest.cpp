@@ -1,5 +1,6 @@
 // The requests as tables: kind 3 has a row for each option, which names the form of its value, the
-// line number of its report and what it changes. The line numbers are those of the plain family.
+// line number of its report; Apply() does what it asks for. The line numbers are those of the plain
+// family.
 
 #include "AttributeRequest.h"
 
@@ -131,54 +132,61 @@ struct tagValue {
   int32_t m_Number;
 };
 
-enum class eForm { kNone, kSwitch, kText, kNumber };
+enum class eForm : uint8_t { kNone, kSwitch, kText, kNumber };
 
 struct tagOption {
-  int m_Option;
+  uint8_t m_Option;
   eForm m_Form;
-  int m_ValueLine;  // 0: every value is good
-  void (*m_Apply)(CGlobal& global, const tagValue& value);
+  uint16_t m_ValueLine;  // 0: every value is good
 };
 
 constexpr tagOption kOptions[] = {
-    {eOtherDateTime, eForm::kSwitch, 376,
-     [](CGlobal& global, const tagValue& value) {
-       StoreSwitch(global.GetAttribute()->m_OutputDateTime, value.m_On);
-     }},
-    {eOtherLogPath, eForm::kText, 385,
-     [](CGlobal& global, const tagValue& value) { global.SetLogPath(value.m_Text); }},
-    {eOtherRedirectConsole, eForm::kNone, 0,
-     [](CGlobal& global, const tagValue&) { global.GetOutput().RedirectConsole(); }},
-    {eOtherRedirectTty, eForm::kText, 407,
-     [](CGlobal& global, const tagValue& value) {
-       global.GetOutput().RedirectTTY(value.m_Text, value.m_Length);
-     }},
-    {eOtherFocusModule, eForm::kText, 421,
-     [](CGlobal& global, const tagValue& value) {
-       global.GetOutput().ResetFocusModule(value.m_Text, value.m_Length);
-     }},
-    {eOtherThreadId, eForm::kSwitch, 434,
-     [](CGlobal& global, const tagValue& value) {
-       StoreSwitch(global.GetAttribute()->m_OutputThreadID, value.m_On);
-     }},
-    {eOtherLocation, eForm::kSwitch, 446,
-     [](CGlobal& global, const tagValue& value) {
-       StoreSwitch(global.GetAttribute()->m_OutputLocation, value.m_On);
-     }},
-    {eOtherLogMaxSize, eForm::kNumber, 455,
-     [](CGlobal& global, const tagValue& value) {
-       global.SetLogMaxSize(static_cast<uint32_t>(value.m_Number) * kBytesPerKib);
-     }},
-    {eOtherLogMaxDuration, eForm::kNumber, 466,
-     [](CGlobal& global, const tagValue& value) {
-       global.SetLogMaxDuration(static_cast<uint32_t>(value.m_Number));
-     }},
-    {eOtherLogMaxCount, eForm::kNumber, 477,
-     [](CGlobal& global, const tagValue& value) {
-       if (value.m_Number >= kRefusedLogCount) return;
-       global.StoreLogMaxCount(static_cast<uint32_t>(value.m_Number));
-     }},
+    {eOtherDateTime, eForm::kSwitch, 376},       {eOtherLogPath, eForm::kText, 385},
+    {eOtherRedirectConsole, eForm::kNone, 0},    {eOtherRedirectTty, eForm::kText, 407},
+    {eOtherFocusModule, eForm::kText, 421},      {eOtherThreadId, eForm::kSwitch, 434},
+    {eOtherLocation, eForm::kSwitch, 446},       {eOtherLogMaxSize, eForm::kNumber, 455},
+    {eOtherLogMaxDuration, eForm::kNumber, 466}, {eOtherLogMaxCount, eForm::kNumber, 477},
 };
+
+void Apply(int option, const tagValue& value) {
+  CGlobal& global = *CGlobal::Instance();
+  COutput& output = global.GetOutput();
+  const auto number = static_cast<uint32_t>(value.m_Number);
+  switch (option) {
+    case eOtherDateTime:
+      StoreSwitch(global.GetAttribute()->m_OutputDateTime, value.m_On);
+      break;
+    case eOtherLogPath:
+      global.SetLogPath(value.m_Text);
+      break;
+    case eOtherRedirectConsole:
+      output.RedirectConsole();
+      break;
+    case eOtherRedirectTty:
+      output.RedirectTTY(value.m_Text, value.m_Length);
+      break;
+    case eOtherFocusModule:
+      output.ResetFocusModule(value.m_Text, value.m_Length);
+      break;
+    case eOtherThreadId:
+      StoreSwitch(global.GetAttribute()->m_OutputThreadID, value.m_On);
+      break;
+    case eOtherLocation:
+      StoreSwitch(global.GetAttribute()->m_OutputLocation, value.m_On);
+      break;
+    case eOtherLogMaxSize:
+      global.SetLogMaxSize(number * kBytesPerKib);
+      break;
+    case eOtherLogMaxDuration:
+      global.SetLogMaxDuration(number);
+      break;
+    case eOtherLogMaxCount:
+      if (value.m_Number < kRefusedLogCount) global.StoreLogMaxCount(number);
+      break;
+    default:
+      break;
+  }
+}
 
 // Returns 0, or the code with which the request is refused.
 int ReadValue(const tagRequest& request, eForm form, tagValue& value) {
@@ -211,7 +219,7 @@ int RequestOther(const tagRequest& request) {
       Reject(request, row.m_ValueLine, "value invalid", request.m_Length);
       return read;
     }
-    row.m_Apply(*CGlobal::Instance(), value);
+    Apply(row.m_Option, value);
     return eResultSuccess;
   }
   return RejectOption(request, kOtherOptionLine);

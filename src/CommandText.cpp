@@ -35,7 +35,7 @@ constexpr tagCommandRow kRows[] = {
 };
 
 struct tagSwitchWord {
-  const char* m_Word;
+  char m_Word[8];
   bool m_On;
 };
 

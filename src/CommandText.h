@@ -5,11 +5,13 @@
 #ifndef KELVIK_COMMANDTEXT_H_
 #define KELVIK_COMMANDTEXT_H_
 
+#include <cstdint>
+
 namespace Kelvik {
 
 // What a command asks for. The first four change attributes; what they change is in the command's
 // row.
-enum class eCommand {
+enum class eCommand : uint8_t {
   kSwitch,      // m_On, m_Module
   kText,        // word 0
   kNumber,      // m_Number
@@ -23,11 +25,11 @@ enum class eCommand {
 
 // One command word.
 struct tagCommandRow {
-  const char* m_Word;
+  char m_Word[13];
   eCommand m_Command;
-  int m_Arguments;  // words that it must have; a switch takes up to two and needs none
-  int m_Kind;       // kind and option of the attribute request; 0 where there is none
-  int m_Option;
+  uint8_t m_Arguments;  // words that it must have; a switch takes up to two and needs none
+  uint8_t m_Kind;       // kind and option of the attribute request; 0 where there is none
+  uint8_t m_Option;
 };
 
 constexpr int kCommandArguments = 3;  // of the command that takes most

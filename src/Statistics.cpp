@@ -1,7 +1,9 @@
 #include "Statistics.h"
 
 #include <cinttypes>
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
 
 #include "FileIo.h"
 #include "Global.h"
@@ -11,36 +13,42 @@ namespace Kelvik {
 namespace {
 
 struct tagCounter {
-  const char* m_Name;
-  uint64_t tagKelvikStatistics::*m_Field;
+  char m_Name[20];
+  uint16_t m_Offset;  // of its uint64_t in tagKelvikStatistics
 };
 
 constexpr tagCounter kCounters[] = {
-    {"records accepted", &tagKelvikStatistics::m_RecordsAccepted},
-    {"records written", &tagKelvikStatistics::m_RecordsWritten},
-    {"records replaced", &tagKelvikStatistics::m_RecordsReplaced},
-    {"records dropped", &tagKelvikStatistics::m_RecordsDropped},
-    {"records below level", &tagKelvikStatistics::m_RecordsBelowLevel},
-    {"records refused", &tagKelvikStatistics::m_RecordsRefused},
-    {"records on terminal", &tagKelvikStatistics::m_TerminalRecords},
-    {"records to syslog", &tagKelvikStatistics::m_SystemRecords},
-    {"bytes formatted", &tagKelvikStatistics::m_BytesFormatted},
-    {"bytes handed over", &tagKelvikStatistics::m_BytesHandedOver},
-    {"bytes written", &tagKelvikStatistics::m_BytesWritten},
-    {"bytes replaced", &tagKelvikStatistics::m_BytesReplaced},
-    {"bytes dropped", &tagKelvikStatistics::m_BytesDropped},
-    {"batches", &tagKelvikStatistics::m_Batches},
-    {"writes", &tagKelvikStatistics::m_Writes},
-    {"rotations", &tagKelvikStatistics::m_Rotations},
-    {"files removed", &tagKelvikStatistics::m_FilesRemoved},
-    {"open errors", &tagKelvikStatistics::m_OpenErrors},
-    {"write errors", &tagKelvikStatistics::m_WriteErrors},
-    {"datagrams accepted", &tagKelvikStatistics::m_DatagramsAccepted},
-    {"datagrams refused", &tagKelvikStatistics::m_DatagramsRefused},
-    {"datagrams denied", &tagKelvikStatistics::m_DatagramsDenied},
-    {"commands denied", &tagKelvikStatistics::m_CommandsDenied},
-    {"buffer high water", &tagKelvikStatistics::m_BufferHighWater},
+    {"records accepted", offsetof(tagKelvikStatistics, m_RecordsAccepted)},
+    {"records written", offsetof(tagKelvikStatistics, m_RecordsWritten)},
+    {"records replaced", offsetof(tagKelvikStatistics, m_RecordsReplaced)},
+    {"records dropped", offsetof(tagKelvikStatistics, m_RecordsDropped)},
+    {"records below level", offsetof(tagKelvikStatistics, m_RecordsBelowLevel)},
+    {"records refused", offsetof(tagKelvikStatistics, m_RecordsRefused)},
+    {"records on terminal", offsetof(tagKelvikStatistics, m_TerminalRecords)},
+    {"records to syslog", offsetof(tagKelvikStatistics, m_SystemRecords)},
+    {"bytes formatted", offsetof(tagKelvikStatistics, m_BytesFormatted)},
+    {"bytes handed over", offsetof(tagKelvikStatistics, m_BytesHandedOver)},
+    {"bytes written", offsetof(tagKelvikStatistics, m_BytesWritten)},
+    {"bytes replaced", offsetof(tagKelvikStatistics, m_BytesReplaced)},
+    {"bytes dropped", offsetof(tagKelvikStatistics, m_BytesDropped)},
+    {"batches", offsetof(tagKelvikStatistics, m_Batches)},
+    {"writes", offsetof(tagKelvikStatistics, m_Writes)},
+    {"rotations", offsetof(tagKelvikStatistics, m_Rotations)},
+    {"files removed", offsetof(tagKelvikStatistics, m_FilesRemoved)},
+    {"open errors", offsetof(tagKelvikStatistics, m_OpenErrors)},
+    {"write errors", offsetof(tagKelvikStatistics, m_WriteErrors)},
+    {"datagrams accepted", offsetof(tagKelvikStatistics, m_DatagramsAccepted)},
+    {"datagrams refused", offsetof(tagKelvikStatistics, m_DatagramsRefused)},
+    {"datagrams denied", offsetof(tagKelvikStatistics, m_DatagramsDenied)},
+    {"commands denied", offsetof(tagKelvikStatistics, m_CommandsDenied)},
+    {"buffer high water", offsetof(tagKelvikStatistics, m_BufferHighWater)},
 };
+
+uint64_t ValueOf(const tagKelvikStatistics& statistics, const tagCounter& counter) {
+  uint64_t value;
+  std::memcpy(&value, reinterpret_cast<const char*>(&statistics) + counter.m_Offset, sizeof(value));
+  return value;
+}
 
 void WriteLine(int fd, const char* line, int length) {
   if (length > 0) WriteAll(fd, line, static_cast<size_t>(length), nullptr);
@@ -89,7 +97,7 @@ int ShowStatistics(int fd, const char* module, const char* title, void* param) {
   WriteLine(fd, line, length);
   for (const tagCounter& counter : kCounters) {
     length = std::snprintf(line, sizeof(line), "%s: %" PRIu64 "\n", counter.m_Name,
-                           statistics.*counter.m_Field);
+                           ValueOf(statistics, counter));
     WriteLine(fd, line, length);
   }
   length = std::snprintf(line, sizeof(line), "last error: %d at %" PRId64 "\n",
