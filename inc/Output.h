@@ -28,6 +28,7 @@ struct tagLimits;
 struct tagMessage;
 struct tagRecord;
 struct tagRecordHead;
+struct tagSourcePlace;
 struct tagWriter;
 
 // Any thread may call any method at any time unless stated. Lock order: m_BufferMutex, then
@@ -248,6 +249,12 @@ class KELVIK_API COutput : public CThread::IExecute {
   KELVIK_INTERNAL int MakeRecord(eLogLevel level, const char* module, const char* title,
                                  const tagAttribute& settings, tagMessage& message);
   KELVIK_INTERNAL int Deliver(tagRecord record);
+
+  // OutputLog.cpp. place is null for a record that has none.
+  KELVIK_INTERNAL int LogList(eLogLevel level, const char* module, const char* title,
+                              const tagAttribute& settings, const tagSourcePlace* place,
+                              const char* format, va_list list)
+      __attribute__((format(printf, 7, 0)));
 
   // OutputRawRecord.cpp
   KELVIK_INTERNAL int LogRaw(const tagRecordHead& head, const char* data, int length, int levelLine,

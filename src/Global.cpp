@@ -45,6 +45,16 @@ void FillDefaults(tagAttribute& attribute) {
   attribute.m_LevelMask = kDefaultLevelMask;
 }
 
+// The switches one by one, the path and the words whole. Caller holds the buffer lock.
+void CopySettings(tagAttribute& to, const tagAttribute& from) {
+  auto* const target = reinterpret_cast<uint8_t*>(&to);
+  const auto* const source = reinterpret_cast<const uint8_t*>(&from);
+  constexpr size_t kSwitches = offsetof(tagAttribute, m_LogPath);
+  for (size_t i = 0; i < kSwitches; ++i)
+    RelaxedStore(target[i], RelaxedLoad(source[i]));
+  std::memcpy(target + kSwitches, source + kSwitches, sizeof(to) - kSwitches);
+}
+
 using ShowMethod = int (CGlobal::*)(int, const char*, const char*);
 
 template <ShowMethod kShow>
@@ -165,16 +175,7 @@ int CGlobal::Initialize() {
   FillDefaults(defaults);
   {
     const CScopeLock guard(m_Output.m_BufferMutex);
-    RelaxedStore(m_Attribute.m_OutputConsole, defaults.m_OutputConsole);
-    RelaxedStore(m_Attribute.m_OutputSystem, defaults.m_OutputSystem);
-    RelaxedStore(m_Attribute.m_OutputFile, defaults.m_OutputFile);
-    RelaxedStore(m_Attribute.m_OutputDateTime, defaults.m_OutputDateTime);
-    RelaxedStore(m_Attribute.m_OutputThreadID, defaults.m_OutputThreadID);
-    RelaxedStore(m_Attribute.m_OutputLocation, defaults.m_OutputLocation);
-    RelaxedStore(m_Attribute.m_LevelMask, defaults.m_LevelMask);
-    constexpr size_t kPlain = offsetof(tagAttribute, m_LogPath);
-    std::memcpy(reinterpret_cast<char*>(&m_Attribute) + kPlain,
-                reinterpret_cast<const char*>(&defaults) + kPlain, sizeof(defaults) - kPlain);
+    CopySettings(m_Attribute, defaults);
   }
   // Refused as duplicates when this runs again.
   m_ModuleState.Register("Kelvik", "attribute", &ShowAdapter<&CGlobal::ShowAttribute>, this);
@@ -185,16 +186,7 @@ int CGlobal::Initialize() {
 
 void CGlobal::CopyAttribute(tagAttribute& attribute) {
   const CScopeLock guard(m_Output.m_BufferMutex);
-  attribute.m_OutputConsole = RelaxedLoad(m_Attribute.m_OutputConsole);
-  attribute.m_OutputSystem = RelaxedLoad(m_Attribute.m_OutputSystem);
-  attribute.m_OutputFile = RelaxedLoad(m_Attribute.m_OutputFile);
-  attribute.m_OutputDateTime = RelaxedLoad(m_Attribute.m_OutputDateTime);
-  attribute.m_OutputThreadID = RelaxedLoad(m_Attribute.m_OutputThreadID);
-  attribute.m_OutputLocation = RelaxedLoad(m_Attribute.m_OutputLocation);
-  attribute.m_LevelMask = RelaxedLoad(m_Attribute.m_LevelMask);
-  constexpr size_t kPlain = offsetof(tagAttribute, m_LogPath);
-  std::memcpy(reinterpret_cast<char*>(&attribute) + kPlain,
-              reinterpret_cast<const char*>(&m_Attribute) + kPlain, sizeof(attribute) - kPlain);
+  CopySettings(attribute, m_Attribute);
 }
 
 int CGlobal::ParseValue(const void* value, int length, bool& result) {

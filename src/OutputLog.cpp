@@ -12,55 +12,47 @@
 
 namespace Kelvik {
 
-int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format, ...) {
-  const tagAttribute& global = *GlobalSettings();
+int COutput::LogList(eLogLevel level, const char* module, const char* title,
+                     const tagAttribute& settings, const tagSourcePlace* place, const char* format,
+                     va_list list) {
   int result;
-  if (IsTurnedAway(level, global, result)) return result;
+  if (IsTurnedAway(level, settings, result)) return result;
   tagMessage message;
   message.m_Format = format;
-  message.m_Place = nullptr;
-  va_start(message.m_List, format);
-  result = MakeRecord(level, module, title, global, message);
+  message.m_Place = place;
+  va_copy(message.m_List, list);
+  result = MakeRecord(level, module, title, settings, message);
   va_end(message.m_List);
+  return result;
+}
+
+int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format, ...) {
+  va_list list;
+  va_start(list, format);
+  const int result = LogList(level, module, title, *GlobalSettings(), nullptr, format, list);
+  va_end(list);
   return result;
 }
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* format,
                  const tagArguments& arguments) {
-  const tagAttribute& own = *ModuleSettings(module);
-  int result;
-  if (IsTurnedAway(level, own, result)) return result;
-  tagMessage message;
-  message.m_Format = format;
-  message.m_Place = nullptr;
-  va_copy(message.m_List, arguments.m_List);
-  result = MakeRecord(level, module, title, own, message);
-  va_end(message.m_List);
-  return result;
+  return LogList(level, module, title, *ModuleSettings(module), nullptr, format, arguments.m_List);
 }
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* file,
                  const char* func, int line, const char* format, ...) {
+  const tagSourcePlace place = {file, func, line};
   va_list list;
   va_start(list, format);
-  const int result = Log(level, module, title, file, func, line, format, tagArguments(list));
+  const int result = LogList(level, module, title, *GlobalSettings(), &place, format, list);
   va_end(list);
   return result;
 }
 
 int COutput::Log(eLogLevel level, const char* module, const char* title, const char* file,
                  const char* func, int line, const char* format, const tagArguments& arguments) {
-  const tagAttribute& global = *GlobalSettings();
-  int result;
-  if (IsTurnedAway(level, global, result)) return result;
   const tagSourcePlace place = {file, func, line};
-  tagMessage message;
-  message.m_Format = format;
-  message.m_Place = &place;
-  va_copy(message.m_List, arguments.m_List);
-  result = MakeRecord(level, module, title, global, message);
-  va_end(message.m_List);
-  return result;
+  return LogList(level, module, title, *GlobalSettings(), &place, format, arguments.m_List);
 }
 
 int COutput::Logs(eLogLevel level, const char* module, const char* title, const char* text,
