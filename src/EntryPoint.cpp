@@ -22,8 +22,12 @@ bool IsLevel(eLogLevel level) {
   return static_cast<unsigned>(level) - 1u < kLevels;
 }
 
+const char* SourceOf(const tagShell& shell) {
+  return shell.m_IsPrefixed ? "KelvikForC" : "Kelvik";
+}
+
 int RejectLevel(const tagShell& shell, eLogLevel level) {
-  ReportNumber(shell.m_Source, shell.m_Function, shell.m_Line, "level invalid",
+  ReportNumber(SourceOf(shell), shell.m_Function, shell.m_Line, "level invalid",
                static_cast<int>(level));
   return eResultInvalid;
 }
@@ -31,7 +35,7 @@ int RejectLevel(const tagShell& shell, eLogLevel level) {
 // A report is a record: on its way the program's rotation callback may be called, and throw.
 int Reject(const tagShell& shell, const char* message) {
   return Sheltered([&]() -> int {
-    ReportMessage(shell.m_Source, shell.m_Function, shell.m_Line, message);
+    ReportMessage(SourceOf(shell), shell.m_Function, shell.m_Line, message);
     return eResultInvalid;
   });
 }

@@ -6,6 +6,7 @@
 #define KELVIK_ENTRYPOINT_H_
 
 #include <cstdarg>
+#include <cstdint>
 #include <exception>
 
 #include "Global.h"
@@ -16,9 +17,9 @@ namespace Kelvik {
 
 // What the report of a function's bad argument carries.
 struct tagShell {
-  const char* m_Source;    // source-file name
   const char* m_Function;  // exported name
-  int m_Line;              // line number
+  uint16_t m_Line;         // line number
+  bool m_IsPrefixed;       // the prefixed family's, whose source file has a name of its own
 };
 
 // Runs body, which returns a result code, for an exported function, without letting an exception

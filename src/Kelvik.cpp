@@ -19,16 +19,16 @@ using Kelvik::tagSourcePlace;
 
 namespace {
 
-constexpr char kSource[] = "Kelvik";
+constexpr bool kIsPrefixed = false;
 
-constexpr tagShell kLogShell = {kSource, "KLog", 47};
-constexpr tagShell kLogV1Shell = {kSource, "KLogV1", 70};
-constexpr tagShell kLogsShell = {kSource, "KLogs", 111};
-constexpr tagShell kLogsV1Shell = {kSource, "KLogsV1", 126};
-constexpr tagShell kRegisterModuleShell = {kSource, "registerModule", 518};
-constexpr tagShell kUnregisterModuleShell = {kSource, "UnregisterModule", 531};
-constexpr tagShell kSetConfigFilePathShell = {kSource, "SetConfigFilePath", 552};
-constexpr tagShell kSetLogFilePathShell = {kSource, "SetLogFilePath", 565};
+constexpr tagShell kLogShell = {"KLog", 47, kIsPrefixed};
+constexpr tagShell kLogV1Shell = {"KLogV1", 70, kIsPrefixed};
+constexpr tagShell kLogsShell = {"KLogs", 111, kIsPrefixed};
+constexpr tagShell kLogsV1Shell = {"KLogsV1", 126, kIsPrefixed};
+constexpr tagShell kRegisterModuleShell = {"registerModule", 518, kIsPrefixed};
+constexpr tagShell kUnregisterModuleShell = {"UnregisterModule", 531, kIsPrefixed};
+constexpr tagShell kSetConfigFilePathShell = {"SetConfigFilePath", 552, kIsPrefixed};
+constexpr tagShell kSetLogFilePathShell = {"SetLogFilePath", 565, kIsPrefixed};
 
 }  // namespace
 

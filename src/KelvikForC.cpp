@@ -21,16 +21,16 @@ using Kelvik::tagSourcePlace;
 
 namespace {
 
-constexpr char kSource[] = "KelvikForC";
+constexpr bool kIsPrefixed = true;
 
-constexpr tagShell kLogShell = {kSource, "Kelvik_KLog", 45};
-constexpr tagShell kLogV1Shell = {kSource, "Kelvik_KLogV1", 68};
-constexpr tagShell kLogsShell = {kSource, "Kelvik_KLogs", 109};
-constexpr tagShell kLogsV1Shell = {kSource, "Kelvik_KLogsV1", 124};
-constexpr tagShell kRegisterModuleShell = {kSource, "Kelvik_RegisterModule", 509};
-constexpr tagShell kUnregisterModuleShell = {kSource, "Kelvik_UnregisterModule", 522};
-constexpr tagShell kSetConfigFilePathShell = {kSource, "Kelvik_SetConfigFilePath", 543};
-constexpr tagShell kSetLogFilePathShell = {kSource, "Kelvik_SetLogFilePath", 556};
+constexpr tagShell kLogShell = {"Kelvik_KLog", 45, kIsPrefixed};
+constexpr tagShell kLogV1Shell = {"Kelvik_KLogV1", 68, kIsPrefixed};
+constexpr tagShell kLogsShell = {"Kelvik_KLogs", 109, kIsPrefixed};
+constexpr tagShell kLogsV1Shell = {"Kelvik_KLogsV1", 124, kIsPrefixed};
+constexpr tagShell kRegisterModuleShell = {"Kelvik_RegisterModule", 509, kIsPrefixed};
+constexpr tagShell kUnregisterModuleShell = {"Kelvik_UnregisterModule", 522, kIsPrefixed};
+constexpr tagShell kSetConfigFilePathShell = {"Kelvik_SetConfigFilePath", 543, kIsPrefixed};
+constexpr tagShell kSetLogFilePathShell = {"Kelvik_SetLogFilePath", 556, kIsPrefixed};
 
 }  // namespace
 
