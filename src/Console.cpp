@@ -223,9 +223,8 @@ int CConsole::RunTask() {
       RelaxedAdd(m_DeniedDatagrams, 1);
     } else if (IsCommand(received, length)) {
       RelaxedAdd(m_Accepted, 1);
-      char sender[INET_ADDRSTRLEN] = {};
-      inet_ntop(AF_INET, &received.m_Sender.sin_addr, sender, sizeof(sender));
-      Dispose(sender, received.m_Sender.sin_port,
+      // The sender's address is not used there.
+      Dispose(nullptr, received.m_Sender.sin_port,
               reinterpret_cast<char*>(received.m_Field) + kDatagramHeadBytes, length);
     } else if (received.m_Size != 0) {
       RelaxedAdd(m_Refused, 1);

@@ -29,9 +29,9 @@ void ReadChosenPorts(tagSender& sender) {
   CloseDescriptor(fd);
   if (size <= 0) return;
   char* rest = text;
-  const unsigned long first = std::strtoul(rest, &rest, 10);
-  const unsigned long last = std::strtoul(rest, &rest, 10);
-  if (first == 0 || first > last || last > UINT16_MAX) return;
+  const long first = std::strtol(rest, &rest, 10);
+  const long last = std::strtol(rest, &rest, 10);
+  if (first < 1 || first > last || last > UINT16_MAX) return;
   sender.m_FirstChosenPort = static_cast<uint16_t>(first);
   sender.m_LastChosenPort = static_cast<uint16_t>(last);
 }
