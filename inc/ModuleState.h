@@ -82,7 +82,7 @@ class KELVIK_API CModuleState {
   KELVIK_INTERNAL int Add(std::list<tagModule>& list, const char* module, const char* title,
                           DisplayCallback callback, void* param);
   KELVIK_INTERNAL int Remove(std::list<tagModule>& list, const char* module, const char* title);
-  KELVIK_INTERNAL bool Find(const std::list<tagModule>& list, const char* module, const char* title,
+  KELVIK_INTERNAL bool Find(std::list<tagModule>& list, const char* module, const char* title,
                             DisplayCallback* callback, void** param);
 
   std::list<tagModule> m_Modules;       // displays; guarded by m_Mutex

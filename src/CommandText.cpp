@@ -1,6 +1,5 @@
 #include "CommandText.h"
 
-#include <string.h>
 #include <strings.h>
 
 #include "Kelvik.h"
@@ -45,7 +44,7 @@ constexpr tagSwitchWord kSwitchWords[] = {
 };
 
 // A tab or a line end is part of a word.
-constexpr char kDelimiter[] = " ";
+constexpr char kDelimiter = ' ';
 
 const tagSwitchWord* FindSwitchWord(const char* word) {
   for (const tagSwitchWord& row : kSwitchWords) {
@@ -63,11 +62,16 @@ const tagCommandRow* FindCommand(const char* word) {
   return nullptr;
 }
 
-CCommandText::CCommandText(char* text) : m_Start(text), m_Rest(nullptr), m_Ended(false) {}
+CCommandText::CCommandText(char* text) : m_Rest(text), m_Ended(false) {}
 
 const char* CCommandText::NextWord() {
-  const char* const word = strtok_r(m_Start, kDelimiter, &m_Rest);
-  m_Start = nullptr;
+  while (*m_Rest == kDelimiter)
+    ++m_Rest;
+  if (*m_Rest == '\0') return nullptr;
+  const char* const word = m_Rest;
+  while (*m_Rest != kDelimiter && *m_Rest != '\0')
+    ++m_Rest;
+  if (*m_Rest != '\0') *m_Rest++ = '\0';
   return word;
 }
 

@@ -60,8 +60,7 @@ class CCommandText {
   bool TakeSwitch(tagCommand& command);
   bool TakeWords(tagCommand& command);
 
-  char* m_Start;  // the text until its first word has been asked for, then null
-  char* m_Rest;   // strtok_r's
+  char* m_Rest;  // what no word has been taken of yet
   bool m_Ended;
 };
 

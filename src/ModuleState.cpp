@@ -27,8 +27,7 @@ bool Fits(const char* name) {
 }
 
 // The first record of the pair, or the list's end.
-template <class List>
-auto FirstMatch(List& list, const char* module, const char* title) {
+auto FirstMatch(std::list<tagModule>& list, const char* module, const char* title) {
   return std::find_if(list.begin(), list.end(), [=](const tagModule& record) {
     return strcasecmp(record.m_Module, module) == 0 && strcasecmp(record.m_Title, title) == 0;
   });
@@ -135,7 +134,7 @@ int CModuleState::Remove(std::list<tagModule>& list, const char* module, const c
 }
 
 // Copies callback and parameter of the first match. Returns whether there is one.
-bool CModuleState::Find(const std::list<tagModule>& list, const char* module, const char* title,
+bool CModuleState::Find(std::list<tagModule>& list, const char* module, const char* title,
                         DisplayCallback* callback, void** param) {
   if (module == nullptr || title == nullptr) return false;
   const CScopeLock guard(m_Mutex);
