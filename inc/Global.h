@@ -198,6 +198,7 @@ class KELVIK_API CGlobal {
   KELVIK_INTERNAL tagKnownName* AddKnownName(const char* module, size_t length,
                                              tagKnownName*& bucket);
   KELVIK_INTERNAL void AddEmptyName();
+  KELVIK_INTERNAL bool IsRegistered(const char* module) const;
   KELVIK_INTERNAL tagAttribute* WalkModules(const char* module);
   KELVIK_INTERNAL void End();
   KELVIK_INTERNAL void PublishModule(tagModuleNode* node);

@@ -253,7 +253,8 @@ int CGlobal::SetLogFilePath(const char* path) {
 
 void CGlobal::SetLogPath(const char* path) {
   char field[kLogPathBytes] = {};
-  std::memcpy(field, path, ::strnlen(path, sizeof(field)));
+  for (size_t i = 0; i < sizeof(field) && path[i] != '\0'; ++i)
+    field[i] = path[i];
   const CScopeLock guard(m_Output.m_BufferMutex);
   std::memcpy(m_Attribute.m_LogPath, field, sizeof(field));
 }

@@ -82,14 +82,18 @@ tagAttribute* CGlobal::WalkModules(const char* module) {
   return &m_Attribute;
 }
 
+bool CGlobal::IsRegistered(const char* module) const {
+  const tagModuleNode* node = FirstModule();
+  while (node != nullptr && std::strcmp(node->m_Name, module) != 0)
+    node = NextModule(node);
+  return node != nullptr;
+}
+
 int CGlobal::InsertModuleName(const char* module, const char* version) {
   if (module == nullptr) return eResultInvalid;
   try {
     const std::string name(module);
-    {
-      const CScopeLock guard(m_ModuleMutex);
-      if (m_ModuleAttribute.find(name) != m_ModuleAttribute.end()) return eResultInvalid;
-    }
+    if (IsRegistered(module)) return eResultInvalid;
     // Read without the lock: a file is read, and text printed, on the way.
     tagAttribute snapshot;
     CopyAttribute(snapshot);
@@ -141,13 +145,7 @@ void CGlobal::FreeModules() {
 // results are kept as applications know them, inverted as they are.
 int CGlobal::PopModuleName(const char* module) {
   if (module == nullptr) return eResultInvalid;
-  const CScopeLock guard(m_ModuleMutex);
-  try {
-    return m_ModuleAttribute.find(module) != m_ModuleAttribute.end() ? eResultInvalid
-                                                                     : eResultSuccess;
-  } catch (const std::bad_alloc&) {
-    return eResultFailure;
-  }
+  return IsRegistered(module) ? eResultInvalid : eResultSuccess;
 }
 
 }  // namespace Kelvik

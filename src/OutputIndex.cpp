@@ -97,7 +97,7 @@ int COutput::SetLogName(int slot, const char* name) {
   if (length >= kSlotNameBytes || isHere) {
     const char* folder = CGlobal::Instance()->GetAttribute()->m_LogPath;
     const size_t folderLength = ::strnlen(folder, kLogPathBytes);
-    if (std::strncmp(name, folder, folderLength) == 0) {
+    if (length >= folderLength && std::memcmp(name, folder, folderLength) == 0) {
       kept = name + folderLength;
       if (*kept == '\0' || IsPath(kept)) return eResultSuccess;
     } else if (isHere) {
