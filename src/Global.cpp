@@ -11,6 +11,7 @@
 #include <ctime>
 #include <new>
 
+#include "AtFork.h"
 #include "Context.h"
 #include "Kelvik.h"
 #include "NoCancel.h"
@@ -77,9 +78,6 @@ struct tagContext {
   }
   ~tagContext() { Get()->End(); }
   static CGlobal* Get() { return std::launder(reinterpret_cast<CGlobal*>(s_Storage)); }
-  static void WatchForks() {
-    ::pthread_atfork(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
-  }
 };
 
 CGlobal* g_Context = nullptr;
@@ -89,7 +87,7 @@ namespace {
 // As the library is loaded, before the program can have handlers of its own: these then run outside
 // ours, where no lock is held, and may log.
 __attribute__((constructor)) void WatchForksFromTheStart() {
-  tagContext::WatchForks();
+  WatchForks(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
 }
 
 // What this thread holds while it is inside fork().
