@@ -188,7 +188,7 @@ inline void xini_file_t::parse_file(xini_saver_t::reader_t& reader) {
       bytes.remove_prefix(1);
     }
     for (std::size_t end = 0; (end = bytes.find('\n', searched)) != std::string_view::npos;) {
-      parse_line(trim_view(bytes.substr(0, end)), current);
+      parse_line(trim_view({bytes.data(), end}), current);
       bytes.remove_prefix(end + 1);
       searched = 0;
     }
@@ -234,9 +234,10 @@ inline xini_file_t& xini_file_t::operator<<(std::istream& stream) {
 
 // A carriage return between two texts ends a line as well; the outer ones are trimmed.
 inline void xini_file_t::parse_line(std::string_view line, xini_section_t*& current) {
-  for (std::size_t end = 0; (end = line.find('\r')) != std::string_view::npos;) {
-    push_line(trim_view(line.substr(0, end)), current);
-    line.remove_prefix(end + 1);
+  while (holds(line, '\r')) {
+    const std::string_view text = before(line, '\r');
+    push_line(trim_view(text), current);
+    line.remove_prefix(text.size() + 1);
   }
   push_line(trim_view(line), current);
 }
@@ -312,8 +313,7 @@ inline std::string_view xini_file_t::trim_sname(std::string_view name) {
 
 inline xini_section_t& xini_file_t::operator[](std::string_view name) {
   xini_require(takes(name), "xini_section_t::check_sname(xstr_name)");
-  std::string_view trimmed = trim_sname(name);
-  trimmed = trim_view(trimmed.substr(0, trimmed.find(']')));
+  const std::string_view trimmed = trim_view(before(trim_sname(name), ']'));
   xini_section_t* found = find_sect(trimmed);
   if (found != nullptr) return *found;
   std::unique_ptr<xini_section_t> sect = xini_section_t::with_header(trimmed, this);

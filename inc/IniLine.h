@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <list>
 #include <string>
@@ -84,8 +85,8 @@ class xini_keyvalue_t : public xini_node_t {
 
   // Sets the first line of `text`, trimmed; null counts as empty.
   xini_keyvalue_t& operator=(const char* text) {
-    const std::string_view whole(text != nullptr ? text : "");
-    invk_set_value(trim_view(whole.substr(0, whole.find_first_of("\r\n"))));
+    if (text == nullptr) text = "";
+    invk_set_value(trim_view({text, std::strcspn(text, "\r\n")}));
     return *this;
   }
 
@@ -116,11 +117,12 @@ class xini_keyvalue_t : public xini_node_t {
 
 // try_create for a line that is known to be trimmed and single.
 inline xini_keyvalue_t* xini_keyvalue_t::make(std::string_view line, xini_node_t* owner) {
-  const std::size_t equals = line.find('=');
-  if (equals == std::string_view::npos) return nullptr;
-  const std::string_view name = trim_view(line.substr(0, equals));
+  const std::string_view left = before(line, '=');
+  if (left.size() == line.size()) return nullptr;
+  const std::string_view name = trim_view(left);
   if (!is_kname(name)) return nullptr;
-  return new xini_keyvalue_t(name, trim_view(line.substr(equals + 1)), owner);
+  line.remove_prefix(left.size() + 1);
+  return new xini_keyvalue_t(name, trim_view(line), owner);
 }
 
 // check_kname for a name that is known to be trimmed.
@@ -138,7 +140,7 @@ inline bool xini_keyvalue_t::is_kname(std::string_view name) {
         break;
     }
   }
-  return name[0] != '[' || name.find(']') == std::string_view::npos;
+  return name[0] != '[' || !holds(name, ']');
 }
 
 template <typename T>

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -120,10 +121,19 @@ class xini_node_t {
     return code >= 'A' && code <= 'Z' ? code - 'A' + 'a' : code;
   }
 
-  // is_sline for a text that is no std::string.
-  static bool is_single(std::string_view text) {
-    return text.find('\n') == std::string_view::npos && text.find('\r') == std::string_view::npos;
+  // The part of the text before the first `letter`, or all of it.
+  static std::string_view before(std::string_view text, char letter) {
+    if (text.empty()) return text;
+    const void* at = std::memchr(text.data(), letter, text.size());
+    if (at == nullptr) return text;
+    return {text.data(), static_cast<std::size_t>(static_cast<const char*>(at) - text.data())};
   }
+  static bool holds(std::string_view text, char letter) {
+    return before(text, letter).size() != text.size();
+  }
+
+  // is_sline for a text that is no std::string.
+  static bool is_single(std::string_view text) { return !holds(text, '\n') && !holds(text, '\r'); }
 
   // The part of the text between its outer whitespace.
   static std::string_view trim_view(std::string_view text) {
@@ -153,11 +163,11 @@ inline std::ostream& xini_node_t::operator>>(std::ostream& stream) const {
   std::string text;
   append_to(text);
   for (std::string_view rest(text); !rest.empty();) {
-    const std::size_t end = rest.find('\n');
+    const std::string_view line = before(rest, '\n');
     // A width that the stream has pads the first text, not an empty line before it.
-    if (end != 0) stream << rest.substr(0, end);
+    if (!line.empty()) stream << line;
     std::endl(stream);
-    rest.remove_prefix(end + 1);
+    rest.remove_prefix(line.size() + 1);
   }
   return stream;
 }

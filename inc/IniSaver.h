@@ -207,13 +207,14 @@ inline bool xini_saver_t::must_write_in_place(int error) {
 
 // Makes `temp` the path of a temporary file beside `target`; a name that is too long is cut.
 inline void xini_saver_t::name_temp(std::string& temp, std::string_view target, int number) {
-  std::string ending = ".kelvik-tmp";
-  if (number > 0) ending += static_cast<char>('0' + number);
+  constexpr std::string_view kEnding = ".kelvik-tmp";
+  const std::size_t digits = number > 0 ? 1 : 0;
   const std::size_t folder = folder_size(target);
   temp = target.substr(0, folder);
   temp += '.';
-  temp += target.substr(folder, kMaxName - 1 - ending.size());
-  temp += ending;
+  temp += target.substr(folder, kMaxName - 1 - kEnding.size() - digits);
+  temp += kEnding;
+  if (number > 0) temp += static_cast<char>('0' + number);
 }
 
 // Removes a temporary file that nobody holds. False when there is none or it is in use.

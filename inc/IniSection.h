@@ -127,9 +127,9 @@ inline void xini_section_t::delete_nodes(nodes_t& nodes) {
 // try_create for a line that is known to be trimmed and single.
 inline xini_section_t* xini_section_t::make(std::string_view line, xini_node_t* owner) {
   if (line.empty() || line[0] != '[') return nullptr;
-  const std::size_t close = line.find(']', 1);
-  if (close == std::string_view::npos) return nullptr;
-  return with_header(trim_view(line.substr(1, close - 1)), owner).release();
+  line.remove_prefix(1);
+  if (!holds(line, ']')) return nullptr;
+  return with_header(trim_view(before(line, ']')), owner).release();
 }
 
 // An empty section whose header stands in it; the name is trimmed.

@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include <cstring>
 #include <exception>
 
 #include "Global.h"
@@ -38,20 +39,28 @@ int EditConfigFile(CGlobal& context, const CConfigChange& edit) {
   return eResultSuccess;
 }
 
+namespace {
+
+xini_keyvalue_t& FindKey(xini_section_t& section, const char* key) {
+  return section[{key, std::strlen(key)}];
+}
+
+}  // namespace
+
 int GetNumber(xini_section_t& section, const char* key) {
-  return section[key].get_nvalue<int>();
+  return FindKey(section, key).get_nvalue<int>();
 }
 
 void SetNumber(xini_section_t& section, const char* key, int number) {
-  section[key].set_nvalue<int>(number);
+  FindKey(section, key).set_nvalue<int>(number);
 }
 
 void SetText(xini_section_t& section, const char* key, const char* text) {
-  section[key] = text;
+  FindKey(section, key) = text;
 }
 
 xini_section_t& FindSection(xini_file_t& document, const char* name) {
-  return document[name];
+  return document[{name, std::strlen(name)}];
 }
 
 }  // namespace Kelvik
