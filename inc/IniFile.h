@@ -28,7 +28,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "IniLine.h"
 #include "IniNames.h"
@@ -40,7 +39,7 @@
 class xini_file_t : public xini_node_t {
  public:
   // Makes an empty document and loads `path`; a missing file leaves it empty and bound to the path.
-  explicit xini_file_t(std::string path) : xini_file_t() { load(std::move(path)); }
+  explicit xini_file_t(const std::string& path) : xini_file_t() { load(path); }
   // Saves a changed document, as release() does.
   /* cppcheck-suppress virtualCallInConstructor ; it is taken for the constructor above */
   ~xini_file_t() override;
@@ -283,7 +282,7 @@ inline void xini_file_t::append_to(std::string& text) const {
   for (const xini_section_t* sect : m_xlst_sect) {
     if (sect->last_node() == nullptr) continue;
     sect->append_to(text);
-    if (!sect->has_end_nilline() && sect != m_xlst_sect.back()) append_line(text);
+    if (!sect->has_end_nilline() && sect != m_xlst_sect.back()) text += '\n';
   }
 }
 

@@ -21,7 +21,7 @@ class xini_nilline_t : public xini_node_t {
   // Makes an empty line. `owner` as for every node: not owned, null or outliving the node.
   explicit xini_nilline_t(xini_node_t* owner) : xini_node_t(XINI_NTYPE_NILLINE, owner) {}
 
-  void append_to(std::string& text) const override { append_line(text); }
+  void append_to(std::string& text) const override { text += '\n'; }
 };
 
 // A comment line.

@@ -145,8 +145,8 @@ class xini_node_t {
   }
 
   // Appends a line of up to three pieces.
-  static void append_line(std::string& text, std::string_view first = {},
-                          std::string_view second = {}, std::string_view third = {}) {
+  static void append_line(std::string& text, std::string_view first, std::string_view second = {},
+                          std::string_view third = {}) {
     text.append(first).append(second).append(third).push_back('\n');
   }
 

@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
-#include <utility>
 
 // Writes a file so that a process killed, or a power cut, at any moment leaves the old bytes or
 // the new ones: a temporary file beside the target is written, synced and renamed over it, and the
@@ -69,7 +68,7 @@ class xini_saver_t {
   // The functions below that return an int give 0 or an errno value, open_file a descriptor.
   static int try_save(const std::string& path, const std::string& bytes, bool isLast);
   static int open_file(const std::string& path, int flags, mode_t mode = 0);
-  static std::size_t folder_size(std::string_view path);
+  static std::string_view folder_of(std::string_view path);
   static std::string follow_links(const std::string& path);
   static bool is_replaceable(const std::string& target, const struct stat* old);
   static bool must_write_in_place(int error);
@@ -79,7 +78,7 @@ class xini_saver_t {
   static int take_over(int fd, const struct stat& old);
   static int write_all(int fd, const std::string& bytes);
   static int sync(int fd);
-  static void sync_folder(std::string path);
+  static void sync_folder(std::string& path);
   static int fill(int fd, const std::string& bytes, const struct stat* old);
   static int replace(const std::string& path, const std::string& bytes, const struct stat* old);
   static int write_in_place(int fd, const std::string& bytes);
@@ -159,12 +158,11 @@ inline int xini_saver_t::open_file(const std::string& path, int flags, mode_t mo
   return ::fcntl(low.get(), F_DUPFD_CLOEXEC, kFirstFd);
 }
 
-// The length of a path up to its last '/'.
-inline std::size_t xini_saver_t::folder_size(std::string_view path) {
-  std::size_t size = path.size();
-  while (size > 0 && path[size - 1] != '/')
-    --size;
-  return size;
+// A path up to its last '/', or nothing.
+inline std::string_view xini_saver_t::folder_of(std::string_view path) {
+  while (!path.empty() && path.back() != '/')
+    path.remove_suffix(1);
+  return path;
 }
 
 // The path behind all links, whether a file is there or not.
@@ -174,7 +172,7 @@ inline std::string xini_saver_t::follow_links(const std::string& path) {
     char text[kMaxPath];
     const ssize_t length = ::readlink(target.c_str(), text, sizeof text);
     if (length <= 0) break;
-    target.resize(text[0] == '/' ? 0 : folder_size(target));
+    target = text[0] == '/' ? std::string_view() : folder_of(target);
     target.append(text, static_cast<std::size_t>(length));
   }
   return target;
@@ -209,10 +207,10 @@ inline bool xini_saver_t::must_write_in_place(int error) {
 inline void xini_saver_t::name_temp(std::string& temp, std::string_view target, int number) {
   constexpr std::string_view kEnding = ".kelvik-tmp";
   const std::size_t digits = number > 0 ? 1 : 0;
-  const std::size_t folder = folder_size(target);
-  temp = target.substr(0, folder);
+  temp = folder_of(target);
+  target.remove_prefix(temp.size());
   temp += '.';
-  temp += target.substr(folder, kMaxName - 1 - kEnding.size() - digits);
+  temp += target.substr(0, kMaxName - 1 - kEnding.size() - digits);
   temp += kEnding;
   if (number > 0) temp += static_cast<char>('0' + number);
 }
@@ -298,9 +296,10 @@ inline int xini_saver_t::sync(int fd) {
   return 0;
 }
 
-// The new name is in place already: a folder that cannot be synced is no failure of the save.
-inline void xini_saver_t::sync_folder(std::string path) {
-  path.resize(folder_size(path));
+// Syncs the folder of a path, to which the path is cut. The new name is in place already: a folder
+// that cannot be synced is no failure of the save.
+inline void xini_saver_t::sync_folder(std::string& path) {
+  path = folder_of(path);
   if (path.empty()) path += '.';
   const fd_t fd(open_file(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (fd.is_open()) sync(fd.get());
@@ -315,7 +314,7 @@ inline int xini_saver_t::fill(int fd, const std::string& bytes, const struct sta
 inline int xini_saver_t::replace(const std::string& path, const std::string& bytes,
                                  const struct stat* old) {
   std::string target = follow_links(path);
-  if (folder_size(target) == target.size()) return EISDIR;
+  if (folder_of(target).size() == target.size()) return EISDIR;
   if (!is_replaceable(target, old)) return ESTALE;
   fd_t file(-1);
   std::string temp;
@@ -327,7 +326,7 @@ inline int xini_saver_t::replace(const std::string& path, const std::string& byt
     ::unlink(temp.c_str());
     return error;
   }
-  sync_folder(std::move(target));
+  sync_folder(target);
   return 0;
 }
 

@@ -153,7 +153,7 @@ void ApplyLevels(uint8_t& mask, const int (&levels)[kLevelCount]) {
 // A text with a NUL inside comes from a damaged file; what stands before it would be another path.
 void ReadText(xini_section_t& section, const char* key, std::string& texts) {
   const std::string& text = section[key].value();
-  if (text.find('\0') == std::string::npos) texts += text;
+  if (std::strlen(text.c_str()) == text.size()) texts += text;
   texts += '\0';
 }
 
