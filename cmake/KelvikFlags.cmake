@@ -44,7 +44,6 @@ endif()
 #                    library that knows it (glibc 2.36, musl 1.2.4), so it follows what is built with
 #   max-page-size    the largest page of the kernels that the library is for; on MIPS the linker
 #                    pads for 64 KiB pages, of which devices have none
-#   KelvikDiscard.ld  leaves out the section with the compiler's name
 option(KELVIK_PACK_RELOCATIONS "Pack relative relocations where linker and C library can" ON)
 set(KELVIK_PAGE_SIZE "" CACHE STRING "Largest page size of the target's kernels, in bytes; empty: the linker's")
 include(CheckCXXCompilerFlag)
@@ -66,11 +65,6 @@ if(KELVIK_PACK_RELOCATIONS)
   if(KELVIK_LIBC_READS_PACKED AND KELVIK_HAS_PACKED_RELOCATIONS)
     list(APPEND KELVIK_SIZE_LINK_OPTIONS -Wl,-z,pack-relative-relocs)
   endif()
-endif()
-set(kelvik_discard -Wl,-T,${CMAKE_CURRENT_LIST_DIR}/KelvikDiscard.ld)
-check_linker_flag(CXX "${kelvik_discard}" KELVIK_HAS_INSERTED_SCRIPT)
-if(KELVIK_HAS_INSERTED_SCRIPT)
-  list(APPEND KELVIK_SIZE_LINK_OPTIONS ${kelvik_discard})
 endif()
 if(KELVIK_PAGE_SIZE)
   list(APPEND KELVIK_SIZE_LINK_OPTIONS -Wl,-z,max-page-size=${KELVIK_PAGE_SIZE})

@@ -11,7 +11,6 @@
 #include <ctime>
 #include <new>
 
-#include "AtFork.h"
 #include "Context.h"
 #include "Kelvik.h"
 #include "NoCancel.h"
@@ -78,6 +77,9 @@ struct tagContext {
   }
   ~tagContext() { Get()->End(); }
   static CGlobal* Get() { return std::launder(reinterpret_cast<CGlobal*>(s_Storage)); }
+  static void WatchForks() {
+    ::pthread_atfork(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
+  }
 };
 
 CGlobal* g_Context = nullptr;
@@ -87,7 +89,7 @@ namespace {
 // As the library is loaded, before the program can have handlers of its own: these then run outside
 // ours, where no lock is held, and may log.
 __attribute__((constructor)) void WatchForksFromTheStart() {
-  WatchForks(&CGlobal::BeforeFork, &CGlobal::AfterForkInParent, &CGlobal::AfterForkInChild);
+  tagContext::WatchForks();
 }
 
 // What this thread holds while it is inside fork().
