@@ -57,6 +57,7 @@ class xini_file_t : public xini_node_t {
   xini_file_t& operator<<(std::istream& stream);
 
   // The document without its head bytes. Sections are separated by an empty line.
+  std::ostream& operator>>(std::ostream& stream) const override { return write_lines(stream); }
   void append_to(std::string& text) const override;
 
   // Writes the document to a path, as safely as the place allows (xini_saver_t). False when the
@@ -288,13 +289,12 @@ inline void xini_file_t::append_to(std::string& text) const {
 
 inline bool xini_file_t::dump(const std::string& path) const {
   if (path.empty()) return false;
-  std::string lines;
-  append_to(lines);
   std::string bytes = m_xstr_head;
+  const std::size_t head = bytes.size();
+  append_to(bytes);
   // A first line that begins with a head byte would be read back as a part of the head, and no byte
   // at all as the head of an empty file: an empty line keeps the next save equal to this one.
-  if (lines.empty() ? bytes.empty() : is_head_byte(lines[0])) bytes.push_back('\n');
-  bytes.append(lines);
+  if (bytes.size() == head ? head == 0 : is_head_byte(bytes[head])) bytes.insert(head, "\n");
   return xini_saver_t::save(path, bytes);
 }
 

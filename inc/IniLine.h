@@ -21,6 +21,7 @@ class xini_nilline_t : public xini_node_t {
   // Makes an empty line. `owner` as for every node: not owned, null or outliving the node.
   explicit xini_nilline_t(xini_node_t* owner) : xini_node_t(XINI_NTYPE_NILLINE, owner) {}
 
+  std::ostream& operator>>(std::ostream& stream) const override { return write_lines(stream); }
   void append_to(std::string& text) const override { text += '\n'; }
 };
 
@@ -35,6 +36,7 @@ class xini_comment_t : public xini_node_t {
     return is_comment(line) ? new xini_comment_t(line, owner) : nullptr;
   }
 
+  std::ostream& operator>>(std::ostream& stream) const override { return write_lines(stream); }
   void append_to(std::string& text) const override { append_line(text, m_xstr_text); }
 
  private:
@@ -68,6 +70,7 @@ class xini_keyvalue_t : public xini_node_t {
     return is_kname(name);
   }
 
+  std::ostream& operator>>(std::ostream& stream) const override { return write_lines(stream); }
   void append_to(std::string& text) const override {
     append_line(text, m_xstr_kname, "=", m_xstr_value);
   }

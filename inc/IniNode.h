@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -45,7 +46,7 @@ class xini_node_t {
   virtual ~xini_node_t() = default;
 
   // Writes the node's line or lines, each ended by std::endl. Returns the stream.
-  virtual std::ostream& operator>>(std::ostream& stream) const;
+  virtual std::ostream& operator>>(std::ostream& stream) const = 0;
 
   // The changed flag lives in the document; other nodes ask their owner. False without one.
   virtual bool is_dirty() const { return m_xowner_ptr != nullptr && m_xowner_ptr->is_dirty(); }
@@ -60,8 +61,9 @@ class xini_node_t {
     return false;
   }
 
-  // Appends the node's line or lines, each ended by a line feed.
-  virtual void append_to(std::string& text) const { static_cast<void>(text); }
+  // Appends the node's line or lines, each ended by a line feed: what operator>> writes, which the
+  // library's own nodes have at hand without a stream.
+  virtual void append_to(std::string& text) const;
 
   xini_node_t(const xini_node_t&) = delete;
   xini_node_t& operator=(const xini_node_t&) = delete;
@@ -144,6 +146,9 @@ class xini_node_t {
     return text;
   }
 
+  // operator>> of a node whose append_to does not need it.
+  std::ostream& write_lines(std::ostream& stream) const;
+
   // Appends a line of up to three pieces.
   static void append_line(std::string& text, std::string_view first, std::string_view second = {},
                           std::string_view third = {}) {
@@ -159,14 +164,20 @@ class xini_node_t {
   }
 };
 
-inline std::ostream& xini_node_t::operator>>(std::ostream& stream) const {
+inline void xini_node_t::append_to(std::string& text) const {
+  std::ostringstream stream;
+  *this >> stream;
+  text += stream.str();
+}
+
+inline std::ostream& xini_node_t::write_lines(std::ostream& stream) const {
   std::string text;
   append_to(text);
   for (std::string_view rest(text); !rest.empty();) {
     const std::string_view line = before(rest, '\n');
     // A width that the stream has pads the first text, not an empty line before it.
     if (!line.empty()) stream << line;
-    std::endl(stream);
+    stream.put('\n').flush();
     rest.remove_prefix(line.size() + 1);
   }
   return stream;

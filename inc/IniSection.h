@@ -42,6 +42,7 @@ class xini_section_t : public xini_node_t {
     return is_sline(name);
   }
 
+  std::ostream& operator>>(std::ostream& stream) const override { return write_lines(stream); }
   void append_to(std::string& text) const override;
 
   // The name without brackets, empty for the unnamed section; lives as long as the section.

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "ConfigEdit.h"
 #include "Context.h"
@@ -152,8 +153,8 @@ void ApplyLevels(uint8_t& mask, const int (&levels)[kLevelCount]) {
 
 // A text with a NUL inside comes from a damaged file; what stands before it would be another path.
 void ReadText(xini_section_t& section, const char* key, std::string& texts) {
-  const std::string& text = section[key].value();
-  if (std::strlen(text.c_str()) == text.size()) texts += text;
+  const std::string_view text = section[key].value();
+  if (text.find('\0') == std::string_view::npos) texts.append(text);
   texts += '\0';
 }
 

@@ -8,6 +8,7 @@
 #include <locale>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "ChildProcess.h"
@@ -30,6 +31,13 @@ class CFlagOwner : public xini_node_t {
   bool m_IsDirty = false;
 };
 
+// A node that knows nothing of strings.
+class CTwoLines : public xini_node_t {
+ public:
+  CTwoLines() : xini_node_t(XINI_NTYPE_COMMENT, nullptr) {}
+  std::ostream& operator>>(std::ostream& stream) const override { return stream << "; a\n; b\n"; }
+};
+
 std::unique_ptr<xini_keyvalue_t> MakeKey(const std::string& line, xini_node_t* owner = nullptr) {
   return std::unique_ptr<xini_keyvalue_t>(xini_keyvalue_t::try_create(line, owner));
 }
@@ -44,6 +52,15 @@ TEST(IniNode, TypesHaveTheirValues) {
   EXPECT_EQ(XINI_NTYPE_NILLINE, xini_nilline_t(nullptr).ntype());
   EXPECT_EQ(XINI_NTYPE_SECTION, xini_section_t(nullptr).ntype());
   EXPECT_EQ(XINI_NTYPE_FILE, xini_file_t("").ntype());
+}
+
+TEST(IniNode, TextOfANodeIsWhatItWritesToAStream) {
+  static_assert(std::is_abstract<xini_node_t>::value, "each node says what it writes");
+  std::string text = "#\n";
+  CTwoLines().append_to(text);
+  xini_nilline_t(nullptr).append_to(text);
+  MakeKey("a = b")->append_to(text);
+  EXPECT_EQ("#\n; a\n; b\n\na=b\n", text);
 }
 
 TEST(IniNode, DirtyFlagIsTheOwners) {
