@@ -4,7 +4,8 @@
 // OutputStore.cpp). When the buffer is full or due, the two buffers change places under
 // m_WriteMutex (the hand-over) and the writer thread is woken, which writes the back buffer through
 // the file writer of the current mode. A hand-over never waits for the writer to have written the
-// batch before: what the back buffer still held is replaced.
+// batch before: what the back buffer still held is replaced. With eOverflowWrite that is written
+// first, and in a flood (HandOverFull) the callers write their batches themselves.
 //
 // Records that no buffer can take (buffering off, a record longer than the buffer) are written by
 // the caller itself, behind everything that was accepted before them.
@@ -222,16 +223,17 @@ int COutput::WriteWaiting(const tagWriter& writer, const tagWriter*& failed) {
 // Writes what the back buffer holds, and moves to another file where that was waiting for it.
 // Caller holds m_BufferMutex.
 int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
+  const CNoCancel whole;
+  int result = eResultSuccess;
   {
-    m_WriteMutex.lockSpinning();  // a write of the writer thread comes to its end here
+    m_WriteMutex.lockSpinning();  // a write of another thread comes to its end here
     const CUnlockAtEnd unlock(m_WriteMutex);
     if (m_BackLength == 0) return eResultSuccess;
-  }
-  const CNoCancel whole;
-  int result = LockFile(writer);
-  if (result == eResultSuccess) {
-    result = WriteBack(writer, failed);
-    m_WriteMutex.unlock();
+    result = LockFile(writer);
+    if (result == eResultSuccess) {
+      result = WriteBack(writer, failed);
+      m_WriteMutex.unlock();
+    }
   }
   if (result == eResultSuccess) RotateWhenPending(writer);
   return ClearWhenFull(result);

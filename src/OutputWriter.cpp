@@ -3,7 +3,7 @@
 // OutputBySize.cpp, OutputByTime.cpp and OutputRaw.cpp.
 //
 // One thread at a time opens, closes, rotates or writes: it holds m_WriteMutex. Whoever names a
-// file or moves to another slot holds m_BufferMutex as well. The writer thread takes m_BufferMutex
+// file or moves to another slot holds m_BufferMutex as well. Who writes a batch takes m_BufferMutex
 // only when the file has to be opened or changed, so that callers who only buffer do not wait for
 // the disk.
 
@@ -129,22 +129,26 @@ int COutput::Write(const tagWriter& writer, const char* data, int length,
 
 // The way of a batch that was handed over: without m_BufferMutex, which callers take for every
 // record, as long as the batch goes to the file that is open. Settings changed since the hand-over
-// show with the next.
+// show with the next. A batch that another thread has written needs no other file: the oldest one
+// would be removed for nothing. No file is open once the context has ended.
 void COutput::WriteBatch(const tagWriter& writer) {
   const tagWriter* failed = nullptr;
   {
     const CNoCancel whole;
     m_WriteMutex.lockSpinning();
-    const bool ready = RelaxedLoad(m_Ended) != eLifeEnded && !NeedsFile(writer, m_BatchSizeLimit);
     int result = eResultSuccess;
-    if (ready && m_BackLength > 0) result = WriteBack(writer, failed);
-    m_WriteMutex.unlock();
-    if (!ready) {
-      result = Write(writer, nullptr, 0, failed);
-    } else {
-      result = ClearWhenFull(result);
-      if (result == eResultSuccess) RotateWhenPending(writer);
+    if (m_BackLength > 0 && NeedsFile(writer, m_BatchSizeLimit)) {
+      // Once more, in the order of the locks: who writes the batch meanwhile has its file, too.
+      m_WriteMutex.unlock();
+      m_BufferMutex.lock();
+      m_WriteMutex.lock();
+      if (m_BackLength > 0 && (result = LockFile(writer)) == eResultSuccess) m_WriteMutex.unlock();
+      m_BufferMutex.unlock();
     }
+    if (result == eResultSuccess && m_BackLength > 0) result = WriteBack(writer, failed);
+    m_WriteMutex.unlock();
+    result = ClearWhenFull(result);
+    if (result == eResultSuccess) RotateWhenPending(writer);
   }
   Settle(failed);
 }

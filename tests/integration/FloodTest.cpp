@@ -147,5 +147,35 @@ TEST(Flood, RotatesWithoutAGap) {
   EXPECT_TRUE(RunCase("FloodWithRotation", {}, 3 * kLimitMs));
 }
 
+// Several threads come to write one batch. Only who finds it takes another file for it: a ring of
+// one file would otherwise stand empty.
+CHILD_CASE(FloodOfShortFiles) {
+  UseSize(args.at(0), 1024, 1, 1);
+  EXPECT_EQ(0, KelvikExtra_SetOverflow(eOverflowWrite));
+  for (int round = 0; round < Rounds(); ++round) {
+    const int64_t end = NowMs() + 20;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+      threads.emplace_back([end] {
+        for (int number = 0; NowMs() < end; ++number)
+          EXPECT_EQ(0, LogNumber("a", number));
+      });
+    }
+    for (std::thread& thread : threads)
+      thread.join();
+    EXPECT_NE("", AllText(args.at(1))) << "round " << round;
+  }
+  EXPECT_EQ(0, KelvikExtra_Flush(kLimitMs, 0));
+  const tagKelvikStatistics now = Statistics();
+  EXPECT_EQ(now.m_Batches, now.m_Writes);
+  EXPECT_EQ(now.m_Batches, now.m_Rotations + 1);
+  EXPECT_EQ(0u, now.m_RecordsLost);
+  return 0;
+}
+
+TEST(Flood, LeavesNoFileForABatchThatIsWritten) {
+  EXPECT_TRUE(RunCase("FloodOfShortFiles", {}, 3 * kLimitMs));
+}
+
 }  // namespace
 }  // namespace Kelvik
