@@ -26,6 +26,7 @@ CHILD_CASE(Writes) {
   UseSize(args[0], 4096);
   EXPECT_EQ(0, Initialize());
   EXPECT_EQ(0, LogLine("one"));
+  EXPECT_EQ(0, Output().m_Signal.signal());
   PauseMs(50);
   EXPECT_THAT(ListFolder(args[1]), IsEmpty()) << "text moves at a hand-over only";
   EXPECT_EQ(0, WriteBufferContent2File());
