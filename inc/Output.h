@@ -297,7 +297,6 @@ class KELVIK_API COutput : public CThread::IExecute {
   KELVIK_INTERNAL void ExchangeBuffers();
   KELVIK_INTERNAL void EmptyFront();
   KELVIK_INTERNAL void HandOverWhenDue(int32_t writeInterval, const tagWriter*& failed);
-  KELVIK_INTERNAL int WriteBackFirst(const tagWriter& writer, const tagWriter*& failed);
   KELVIK_INTERNAL void DropBack(bool replaced);
   KELVIK_INTERNAL void WakeWriter();
   KELVIK_INTERNAL void WakeWantedWriter();
@@ -320,7 +319,7 @@ class KELVIK_API COutput : public CThread::IExecute {
   KELVIK_INTERNAL int Write(const tagWriter& writer, const char* data, int length,
                             const tagWriter*& failed);
   KELVIK_INTERNAL int LockFile(const tagWriter& writer);
-  KELVIK_INTERNAL void WriteBatch(const tagWriter& writer);
+  KELVIK_INTERNAL int WriteBackFirst(const tagWriter& writer, const tagWriter*& failed);
   KELVIK_INTERNAL bool NeedsFile(const tagWriter& writer, int32_t sizeLimit) const;
   KELVIK_INTERNAL int PrepareFile(const tagWriter& writer);
   KELVIK_INTERNAL int WriteBytes(const tagWriter& writer, const char* data, int length,

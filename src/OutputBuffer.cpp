@@ -220,25 +220,6 @@ int COutput::WriteWaiting(const tagWriter& writer, const tagWriter*& failed) {
   return WriteBackFirst(writer, failed);
 }
 
-// Writes what the back buffer holds, and moves to another file where that was waiting for it.
-// Caller holds m_BufferMutex.
-int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
-  const CNoCancel whole;
-  int result = eResultSuccess;
-  {
-    m_WriteMutex.lockSpinning();  // a write of another thread comes to its end here
-    const CUnlockAtEnd unlock(m_WriteMutex);
-    if (m_BackLength == 0) return eResultSuccess;
-    result = LockFile(writer);
-    if (result == eResultSuccess) {
-      result = WriteBack(writer, failed);
-      m_WriteMutex.unlock();
-    }
-  }
-  if (result == eResultSuccess) RotateWhenPending(writer);
-  return ClearWhenFull(result);
-}
-
 // Makes both buffers, unless they exist. Returns false, and leaves none, when memory runs out.
 // Caller holds m_BufferMutex.
 bool COutput::MakeBuffers(uint32_t size) {
@@ -465,7 +446,9 @@ void COutput::WriteHandedOver() {
   if (writer == nullptr) {
     Losslog();
   } else {
-    WriteBatch(*writer);
+    const tagWriter* failed = nullptr;
+    WriteBackFirst(*writer, failed);
+    Settle(failed);
   }
 }
 

@@ -128,29 +128,27 @@ int COutput::Write(const tagWriter& writer, const char* data, int length,
 }
 
 // The way of a batch that was handed over: without m_BufferMutex, which callers take for every
-// record, as long as the batch goes to the file that is open. Settings changed since the hand-over
-// show with the next. A batch that another thread has written needs no other file: the oldest one
-// would be removed for nothing. No file is open once the context has ended.
-void COutput::WriteBatch(const tagWriter& writer) {
-  const tagWriter* failed = nullptr;
-  {
-    const CNoCancel whole;
-    m_WriteMutex.lockSpinning();
-    int result = eResultSuccess;
-    if (m_BackLength > 0 && NeedsFile(writer, m_BatchSizeLimit)) {
-      // Once more, in the order of the locks: who writes the batch meanwhile has its file, too.
-      m_WriteMutex.unlock();
-      m_BufferMutex.lock();
-      m_WriteMutex.lock();
-      if (m_BackLength > 0 && (result = LockFile(writer)) == eResultSuccess) m_WriteMutex.unlock();
-      m_BufferMutex.unlock();
-    }
-    if (result == eResultSuccess && m_BackLength > 0) result = WriteBack(writer, failed);
+// record, as long as the batch goes to the file that is open; a caller that must have it written
+// before it goes on holds that mutex. Settings changed since the hand-over show with the next. A
+// batch that another thread has written needs no other file: the oldest one would be removed for
+// nothing. No file is open once the context has ended.
+int COutput::WriteBackFirst(const tagWriter& writer, const tagWriter*& failed) {
+  const CNoCancel whole;
+  m_WriteMutex.lockSpinning();
+  int result = eResultSuccess;
+  if (m_BackLength > 0 && NeedsFile(writer, m_BatchSizeLimit)) {
+    // Once more, in the order of the locks: who writes the batch meanwhile has its file, too.
     m_WriteMutex.unlock();
-    result = ClearWhenFull(result);
-    if (result == eResultSuccess) RotateWhenPending(writer);
+    m_BufferMutex.lock();
+    m_WriteMutex.lock();
+    if (m_BackLength > 0 && (result = LockFile(writer)) == eResultSuccess) m_WriteMutex.unlock();
+    m_BufferMutex.unlock();
   }
-  Settle(failed);
+  if (result == eResultSuccess && m_BackLength > 0) result = WriteBack(writer, failed);
+  m_WriteMutex.unlock();
+  result = ClearWhenFull(result);
+  if (result == eResultSuccess) RotateWhenPending(writer);
+  return result;
 }
 
 void COutput::CountDirect(int length) {
