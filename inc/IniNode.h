@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <ostream>
 #include <sstream>
 #include <string>
@@ -62,7 +63,9 @@ class xini_node_t {
   }
 
   // Appends the node's line or lines, each ended by a line feed: what operator>> writes, which the
-  // library's own nodes have at hand without a stream.
+  // library's own nodes have at hand without a stream (a class made from one of them overrides
+  // both). Throws std::bad_alloc where operator>> leaves its stream failed: a stream keeps to
+  // itself that it found no memory, and half the lines must not replace a file.
   virtual void append_to(std::string& text) const;
 
   xini_node_t(const xini_node_t&) = delete;
@@ -167,6 +170,7 @@ class xini_node_t {
 inline void xini_node_t::append_to(std::string& text) const {
   std::ostringstream stream;
   *this >> stream;
+  if (!stream) throw std::bad_alloc();
   text += stream.str();
 }
 

@@ -7,6 +7,7 @@
 #include <clocale>
 #include <locale>
 #include <memory>
+#include <new>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -38,6 +39,17 @@ class CTwoLines : public xini_node_t {
   std::ostream& operator>>(std::ostream& stream) const override { return stream << "; a\n; b\n"; }
 };
 
+// A node whose stream finds no memory for all of its line.
+class CTornLine : public xini_node_t {
+ public:
+  CTornLine() : xini_node_t(XINI_NTYPE_COMMENT, nullptr) {}
+  std::ostream& operator>>(std::ostream& stream) const override {
+    stream << "; half";
+    stream.setstate(std::ios::badbit);
+    return stream << " lost\n";
+  }
+};
+
 std::unique_ptr<xini_keyvalue_t> MakeKey(const std::string& line, xini_node_t* owner = nullptr) {
   return std::unique_ptr<xini_keyvalue_t>(xini_keyvalue_t::try_create(line, owner));
 }
@@ -61,6 +73,19 @@ TEST(IniNode, TextOfANodeIsWhatItWritesToAStream) {
   xini_nilline_t(nullptr).append_to(text);
   MakeKey("a = b")->append_to(text);
   EXPECT_EQ("#\n; a\n; b\n\na=b\n", text);
+}
+
+TEST(IniNode, HalfATextIsNeverSaved) {
+  const CTempDir folder;
+  const std::string path = folder.File("half.ini");
+  ASSERT_TRUE(WriteFile(path, "[a]\nk=1\n"));
+  {
+    xini_file_t doc(path);
+    doc["a"]["k"] = "2";
+    ASSERT_TRUE(doc["a"].push_node(new CTornLine));
+    EXPECT_THROW(doc.dump(path), std::bad_alloc);
+  }
+  EXPECT_EQ("[a]\nk=1\n", ReadFile(path));
 }
 
 TEST(IniNode, DirtyFlagIsTheOwners) {
