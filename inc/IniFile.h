@@ -192,7 +192,7 @@ inline void xini_file_t::parse_file(xini_saver_t::reader_t& reader) {
       bytes.remove_prefix(end + 1);
       searched = 0;
     }
-    kept = bytes;
+    if (bytes.size() != kept.size()) kept = bytes;
   }
   if (isHead && m_xstr_head.empty() && reader.error() == 0) m_xstr_head.push_back('\xFF');
   const std::string_view last = trim_view(kept);
