@@ -19,6 +19,7 @@ class xini_file_t;
 namespace Kelvik {
 
 class CConfigChange;
+
 constexpr int kConfigPathBytes = 128;  // bytes of the configuration file's path with its NUL
 
 // Any thread may call any method at any time. Results: 0 done, 1 missing callback parameter or the
@@ -79,9 +80,9 @@ class KELVIK_API CGlobal {
   // Sets the log path and prints it. Returns 3 for null, empty or 128 characters and more.
   int SetLogFilePath(const char* path);
 
-  // Stores without the checks above (the attribute requests have their own).
-  KELVIK_INTERNAL void SetLogPath(
-      const char* path);  // at most 256 characters; fills the field with zeros
+  // Stores without the checks above (the attribute requests have their own). Of a path at most 256
+  // characters; the rest of the field is filled with zeros.
+  KELVIK_INTERNAL void SetLogPath(const char* path);
   KELVIK_INTERNAL void SetLogMaxSize(uint32_t bytes);
   KELVIK_INTERNAL void SetLogMaxDuration(uint32_t seconds);
   KELVIK_INTERNAL void StoreLogMaxCount(uint32_t count);

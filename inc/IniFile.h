@@ -174,11 +174,12 @@ inline bool xini_file_t::load(std::string path) {
   return isWhole;
 }
 
-// An empty file has the head 0xFF.
+// Reads piece by piece; each whole line is parsed where it lies. An empty file has the head 0xFF.
 inline void xini_file_t::parse_file(xini_saver_t::reader_t& reader) {
   xini_section_t* current = begin_parse();
   std::string kept;  // the beginning of a line whose end is not read yet
   bool isHead = true;
+  // searched: the bytes at the front that were read before, among which is no line end.
   for (std::size_t searched = 0; reader.read(kept); searched = kept.size()) {
     std::string_view bytes(kept);
     while (isHead && !bytes.empty()) {

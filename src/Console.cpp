@@ -223,7 +223,7 @@ int CConsole::RunTask() {
       RelaxedAdd(m_DeniedDatagrams, 1);
     } else if (IsCommand(received, length)) {
       RelaxedAdd(m_Accepted, 1);
-      // The sender's address is not used there.
+      // Dispose() looks at no address, so none is made into a text.
       Dispose(nullptr, received.m_Sender.sin_port,
               reinterpret_cast<char*>(received.m_Field) + kDatagramHeadBytes, length);
     } else if (received.m_Size != 0) {
