@@ -42,7 +42,8 @@ int EditConfigFile(CGlobal& context, const CConfigChange& edit) {
 namespace {
 
 xini_keyvalue_t& FindKey(xini_section_t& section, const char* key) {
-  return section[{key, std::strlen(key)}];
+  const std::size_t length = std::strlen(key);
+  return section[{key, length}];
 }
 
 }  // namespace
@@ -60,7 +61,8 @@ void SetText(xini_section_t& section, const char* key, const char* text) {
 }
 
 xini_section_t& FindSection(xini_file_t& document, const char* name) {
-  return document[{name, std::strlen(name)}];
+  const std::size_t length = std::strlen(name);
+  return document[{name, length}];
 }
 
 }  // namespace Kelvik
