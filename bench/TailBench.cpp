@@ -1,6 +1,6 @@
 // How long one call takes at worst while files of 64 KiB rotate: percentiles of single calls,
 // without those during which the thread was switched away against its will. Beside it what the
-// worst call may consist of.
+// worst call may consist of, done by hand as often as in so many calls.
 //   bench_Tail kelvik|kelvik-index|spdlog|parts CALLS      kelvik-index: with a configuration file
 
 #include <fcntl.h>
@@ -23,16 +23,21 @@ using namespace Kelvik;
 constexpr int kFileKib = 64;
 constexpr int kFiles = 10;
 constexpr size_t kBufferBytes = 32768;
+constexpr unsigned kCallsOfBatch = 430;  // of 75 to 76 bytes
+constexpr unsigned kBatchesOfFile = 3;   // two do not exceed 64 KiB
+constexpr unsigned kCallsOfFile = kBatchesOfFile * kCallsOfBatch;
 constexpr double kMicro = 1e6;
 
-// Times work(i) for each i; calls that were interrupted are not among the values (microseconds).
-template <class Work>
-std::vector<double> TimeCalls(int calls, Work work) {
+// Times work(i) for each i, after what is to be done for it; calls that were interrupted are not
+// among the values (microseconds).
+template <class Prepare, class Work>
+std::vector<double> TimeCalls(int calls, Prepare prepare, Work work) {
   std::vector<double> times;
   times.reserve(static_cast<size_t>(calls));
   for (int i = 0; i < calls; ++i) {
     struct rusage before;
     struct rusage after;
+    prepare(static_cast<unsigned>(i));
     getrusage(RUSAGE_THREAD, &before);
     const double start = Seconds(CLOCK_MONOTONIC);
     work(static_cast<unsigned>(i));
@@ -44,6 +49,12 @@ std::vector<double> TimeCalls(int calls, Work work) {
   return times;
 }
 
+template <class Work>
+std::vector<double> TimeCalls(int calls, Work work) {
+  return TimeCalls(
+      calls, [](unsigned) {}, work);
+}
+
 void ReportCalls(const char* who, std::vector<double> times) {
   Report("tail p50", who, Percentile(times, 0.5));
   Report("tail p99", who, Percentile(times, 0.99));
@@ -51,27 +62,43 @@ void ReportCalls(const char* who, std::vector<double> times) {
   Report("tail worst", who, times.back());
 }
 
-// The parts of the worst call, the worst of a few hundred each. A file is opened in place of one
-// that the ring drops.
-void ReportParts(const std::string& folder, int rounds) {
+// The parts of the worst call: a batch that is handed over and written, a file that is opened in
+// place of the ring's oldest one, an index that is saved. The calls in between do nothing, but what
+// else the machine does hits them as it hits a logger's.
+void ReportParts(const std::string& folder, int calls) {
   std::vector<char> front(kBufferBytes, 'x');
   std::vector<char> back(kBufferBytes);
-  ReportCalls("hand-over", TimeCalls(rounds, [&](unsigned i) {
-                front[i % kBufferBytes] = 'y';
-                std::memcpy(back.data(), front.data(), kBufferBytes);
-                __asm__ volatile("" : : "r"(back.data()) : "memory");
+  int file = -1;
+  unsigned files = 0;
+  const auto open = [&] {
+    const std::string path = folder + "/" + std::to_string(files++ % kFiles);
+    ::close(file);
+    ::unlink(path.c_str());
+    file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    Require(file >= 0, "a file");
+  };
+  const auto handOver = [&] {
+    front[files % kBufferBytes] = 'y';
+    std::memcpy(back.data(), front.data(), kBufferBytes);
+    Require(::write(file, back.data(), kBufferBytes) > 0, "a file's text");
+  };
+  const auto fill = [&](unsigned i) {
+    if (i % kCallsOfFile != 0) return;
+    for (unsigned batch = 0; batch < kBatchesOfFile; ++batch)
+      handOver();
+  };
+  open();
+  ReportCalls("file open", TimeCalls(calls, fill, [&](unsigned i) {
+                if (i % kCallsOfFile == 0) open();
               }));
-  ReportCalls("file open", TimeCalls(rounds, [&](unsigned i) {
-                const std::string path = folder + "/" + std::to_string(i % kFiles);
-                ::unlink(path.c_str());
-                const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-                Require(file >= 0, "a file");
-                for (size_t bytes = 0; bytes < kFileKib * 1024; bytes += kBufferBytes) {
-                  Require(::write(file, front.data(), kBufferBytes) > 0, "a file's text");
-                }
-                ::close(file);
+  const auto openNext = [&](unsigned i) {
+    if (i % kCallsOfFile == 0) open();
+  };
+  ReportCalls("hand-over", TimeCalls(calls, openNext, [&](unsigned i) {
+                if (i % kCallsOfBatch == 0) handOver();
               }));
-  ReportCalls("index save", TimeCalls(rounds, [&](unsigned i) {
+  ::close(file);
+  ReportCalls("index save", TimeCalls(calls / static_cast<int>(kCallsOfFile) + 1, [&](unsigned i) {
                 xini_file_t index(folder + "/index.ini");
                 index["Global"]["LogIndex"] = std::to_string(i % kFiles).c_str();
                 Require(index.dump(folder + "/index.ini"), "an index");

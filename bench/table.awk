@@ -117,7 +117,7 @@ END {
   Row("p99.9", Median("tail p99.9", "kelvik"), "spdlog", Median("tail p99.9", "spdlog"), 1)
   Row("worst", Median("tail worst", "kelvik"), "spdlog", Median("tail worst", "spdlog"), "")
   parts = Median("tail worst", "hand-over") + Median("tail worst", "file open")
-  Row("worst", Median("tail worst", "kelvik"), "hand-over and file open, worst of 500", parts, 1)
+  Row("worst", Median("tail worst", "kelvik"), "hand-over and file open, worst of each", parts, 1)
   Row("worst, with an index", Median("tail worst", "kelvik-index"), "these and an index save",
       parts + Median("tail worst", "index save"), 1)
 
